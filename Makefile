@@ -1,0 +1,63 @@
+# Two entry points for a fresh Debian machine (run as root): `make demo` and `make test`.
+# Both install whatever build dependency is missing, then configure and build with CMake.
+
+BUILD      ?= build
+ASAN_BUILD ?= build-asan
+JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
+# CI sets CI=true: warnings become errors there.
+WERROR     ?= $(if $(CI),ON,OFF)
+
+DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
+                libpng-dev libicu-dev clang-format
+
+.PHONY: all deps configure build test test-fast test-asan format format-check demo samples bench clean
+
+all: build
+
+# Installs only what is missing, so a machine that has everything never touches apt.
+deps:
+	@missing=""; \
+	for p in $(DEB_PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:$$missing"; \
+	  if [ "$$(id -u)" -ne 0 ]; then echo "error: missing packages and not root:$$missing" >&2; exit 1; fi; \
+	  apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $$missing; \
+	fi
+
+configure: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR)
+
+build: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+# Release tests, then the same suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+test: format-check test-fast test-asan
+
+test-fast: build
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+test-asan: deps
+	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DBRIVANE_WERROR=$(WERROR) \
+	      -DBRIVANE_SANITIZE=ON -DBRIVANE_BUILD_BENCH=OFF
+	cmake --build $(ASAN_BUILD) -j $(JOBS)
+	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	      ctest --output-on-failure -j $(JOBS) -LE slow
+
+FORMAT_FILES = $(shell git ls-files '*.h' '*.hpp' '*.cpp' '*.c' 2>/dev/null)
+
+format:
+	clang-format -i $(FORMAT_FILES)
+
+format-check: deps
+	@clang-format --dry-run --Werror $(FORMAT_FILES) && echo "clang-format: clean"
+
+bench: build
+	$(BUILD)/bench/brivane_bench_all
+
+demo: build
+	@$(MAKE) --no-print-directory -f demo.mk BUILD=$(BUILD)
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) out
