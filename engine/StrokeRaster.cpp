@@ -685,3 +685,20 @@ void StrokeRaster::FlushRange(int begin, int end) {
     }
     if (m_filter != nullptr) m_filter->GrowDirtyRect(dirty[0], dirty[1], dirty[2], dirty[3]);
 }
+
+// --- The filter's stamping primitives ---------------------------------------------------------------
+
+// Worker threads. Stroke tasks batch their discs through a StrokeRaster; these draw one at a time,
+// with the same bytes.
+void MoveEffectFilter::DrawLine(const PathPoint& a, double pressureA, const PathPoint& b, double pressureB) {
+    ForEachLineDisc(a.x, a.y, pressureA, b.x, b.y, pressureB, m_param.size,
+                    [this](double x, double y, double d) { DrawCircle(x, y, d); });
+}
+
+void MoveEffectFilter::DrawCircle(double x, double y, double diameter) {
+    if (!m_coverage) return;
+    int32_t dirty[4] = {m_width, m_height, 0, 0};
+    StampDiscShared(CoverageView{m_coverage.get(), m_width, m_height, m_width},
+                    DiscProfile::ForHardness(m_param.hardness), Disc{x, y, diameter}, dirty);
+    GrowDirtyRect(dirty[0], dirty[1], dirty[2], dirty[3]);
+}
