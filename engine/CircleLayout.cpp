@@ -10,6 +10,7 @@
 #include "engine/MoveEffectFilter.h"
 #include "engine/PathTask.h"
 #include "engine/Random.h"
+#include "engine/StrokeRaster.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ PathPoint Rotate(double x, double y, double c, double s) {
 
 void MoveEffectFilter::CreateCirclePathTasks() {
     if (!m_circleTarget || m_guide == nullptr) return;
+    BeginStrokePass();
     const CircleTarget& target = *m_circleTarget;
     const PathPoint centre{static_cast<double>(target.cx), static_cast<double>(target.cy)};
     double maxDist = 0;

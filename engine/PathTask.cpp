@@ -21,7 +21,8 @@ PathTask::PathTask(MoveEffectFilter* filter, CircleTarget* circle)
     : m_filter(filter),
       m_param(&filter->GetParameterRecord()),
       m_circle(circle),
-      m_guide(filter->GetGuide()) {
+      m_guide(filter->GetGuide()),
+      m_pass(GetStrokePass()) {
     if (m_guide != nullptr) m_guide->ResetPosition();
 }
 
@@ -149,7 +150,7 @@ void PathTask::DrawLinesFromPath(std::vector<DistData>& lines) {
     double fluct = 0;
     const CoverageView view{m_filter->m_coverage.get(), m_filter->m_width, m_filter->m_height,
                             m_filter->m_width};
-    StrokeRaster raster(m_filter, view, param.hardness);
+    StrokeRaster raster(m_filter, view, param.hardness, m_pass);
     int poll = 0;
     for (const DistData& line : lines) {
         if (IsCancelled()) return;

@@ -12,6 +12,7 @@
 // AppendPathSegment on the layout's thread before the pool starts.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -63,6 +64,7 @@ private:
     const MoveEffectParam* m_param;          // the filter's parameter record (not owned)
     CircleTarget* m_circle;                  // the circle layout's ellipse, for the length gain; may be null
     PathParser* m_guide;                     // the filter's guide (not owned)
+    uint64_t m_pass;                         // the stroke pass open when the task was made
     PathParser m_path;                       // this task's own path and its walker
     std::unique_ptr<Random> m_lengthRandom;  // only while Run walks
     std::unique_ptr<Random> m_positionRandom;  // only while Run walks

@@ -8,6 +8,7 @@
 #include "engine/MoveEffectFilter.h"
 #include "engine/PathTask.h"
 #include "engine/Random.h"
+#include "engine/StrokeRaster.h"
 
 namespace {
 
@@ -41,6 +42,7 @@ void PlaceGuide(const PathParser& guide, PathTask& task, double scale, double cu
 
 void MoveEffectFilter::CreateRadiatePathTasks() {
     if (!m_radiateTarget || m_guide == nullptr) return;
+    BeginStrokePass();
     const RadiateTarget& target = *m_radiateTarget;
     const PathPoint centre{static_cast<double>(target.x1), static_cast<double>(target.y1)};
     PathPoint near{static_cast<double>(target.x2), static_cast<double>(target.y2)};
@@ -69,6 +71,7 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
 
 void MoveEffectFilter::CreateParallelPathTasks() {
     if (!m_parallelTarget || m_guide == nullptr) return;
+    BeginStrokePass();
     const ParallelTarget& target = *m_parallelTarget;
     const PathPoint origin{static_cast<double>(target.x1), static_cast<double>(target.y1)};
     const PathPoint end{static_cast<double>(target.x2), static_cast<double>(target.y2)};

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "engine/MoveEffectFilter.h"
 
@@ -205,15 +207,17 @@ inline uint8_t SampleHard(const DiscGeometry& g, const double* sxx, const double
 inline uint8_t SampleSoft(const DiscGeometry& g, const DiscProfile& profile, const double* sxx,
                           const double* syy) {
     constexpr double kTop = DiscProfile::kTableSize;
-    double sum = 0;
+    // Table positions first, in a form the compiler can do several at a time; then the look-ups.
+    double index[16];
     for (int j = 0; j < 4; ++j) {
         for (int i = 0; i < 4; ++i) {
-            const double q = sxx[i] + syy[j];
-            double index = q * g.tableScale - g.tableShift;
-            index = index < 0 ? 0 : (index > kTop ? kTop : index);
-            sum += profile.LookUp(index);
+            const double at = (sxx[i] + syy[j]) * g.tableScale - g.tableShift;
+            index[4 * j + i] = at < 0 ? 0 : (at > kTop ? kTop : at);
         }
     }
+    double sum = 0;
+    for (int k = 0; k < 16; ++k)
+        sum += profile.LookUp(index[k]);
     return ToCoverage(sum);
 }
 
@@ -286,24 +290,44 @@ void StampDisc(const Surface& surface, const DiscGeometry& g, const DiscProfile&
         }
         if (left >= right || Surface::IsFull(row, g.x0 + left, g.x0 + right)) continue;
 
-        // Rim from the left up to the core, then from the right down to it.
+        // The core: centre within sqrt(coreCentre) or corners within the core, again from an estimate.
         int32_t coreLeft = right;
-        for (int32_t c = left; c < right; ++c) {
-            if (isCore(c)) {
-                coreLeft = c;
-                break;
+        int32_t coreRight = right;
+        double coreReach = -1;
+        if (g.coreCentre - rv.centre > 0) coreReach = std::sqrt(g.coreCentre - rv.centre);
+        if (g.inLimit - rv.maxCorner > 0)
+            coreReach = std::max(coreReach, std::sqrt(g.inLimit - rv.maxCorner) - 0.375);
+        if (coreReach >= 0) {
+            const double lo = std::floor(g.x - 0.5 - coreReach) + 1 - g.x0;
+            const double hi = std::ceil(g.x - 0.5 + coreReach) - g.x0;
+            int32_t a = lo <= left ? left : (lo >= right ? right : static_cast<int32_t>(lo));
+            int32_t b = hi <= a ? a : (hi >= right ? right : static_cast<int32_t>(hi));
+            while (a > left && isCore(a - 1))
+                --a;
+            while (a < right && !isCore(a))
+                ++a;
+            if (b < a) b = a;
+            while (b < right && isCore(b))
+                ++b;
+            while (b > a && !isCore(b - 1))
+                --b;
+            if (a < b) {
+                coreLeft = a;
+                coreRight = b;
             }
+        }
+        // Rim from each outer edge inwards. Pixels next to the core are often full already (other
+        // discs' cores): once one is, see whether all the rest up to the core are and stop.
+        for (int32_t c = left; c < coreLeft; ++c) {
+            if (Surface::Load(row, g.x0 + c) == 255 && Surface::IsFull(row, g.x0 + c, g.x0 + coreLeft)) break;
             rim(c);
         }
-        if (coreLeft == right) continue;
-        int32_t coreRight = coreLeft + 1;
-        for (int32_t c = right - 1; c > coreLeft; --c) {
-            if (isCore(c)) {
-                coreRight = c + 1;
+        for (int32_t c = right - 1; c >= coreRight; --c) {
+            if (Surface::Load(row, g.x0 + c) == 255 && Surface::IsFull(row, g.x0 + coreRight, g.x0 + c + 1))
                 break;
-            }
             rim(c);
         }
+        if (coreLeft >= coreRight) continue;
         Surface::Fill(row, g.x0 + coreLeft, g.x0 + coreRight);
     }
 }
@@ -450,16 +474,16 @@ constexpr std::array<uint8_t, StrokeRaster::kBatchDiscs> kCoarseToFine = MakeCoa
 // --- DiscProfile ----------------------------------------------------------------------------------
 
 DiscProfile::DiscProfile(double hardness)
-    : m_hardness(hardness), m_exponent(4 * hardness + 1), m_table(kTableSize + 2, 0.0) {
+    : m_hardness(hardness), m_exponent(4 * hardness + 1), m_table(kTableSize + 1, 0.0f) {
     const double h2 = hardness * hardness;
     const double band = 1.0 - hardness;
     for (int i = 0; i <= kTableSize; ++i) {
         const double rho = std::sqrt(h2 + (1.0 - h2) * i / kTableSize);
         const double u = band > 0 ? (rho - hardness) / band : 1.0;
-        m_table[i] = u >= 1 ? 0.0 : std::pow(1 - u, m_exponent);
+        m_table[i] = static_cast<float>(u >= 1 ? 0.0 : std::pow(1 - u, m_exponent));
     }
-    m_table[0] = 1.0;
-    m_table[kTableSize] = 0.0;
+    m_table[0] = 1.0f;
+    m_table[kTableSize] = 0.0f;
 }
 
 DiscProfile& DiscProfile::ForHardness(double hardness) {
@@ -524,9 +548,15 @@ const double* DiscProfile::GetSkipThresholds(double radius) {
 double DiscProfile::ChordBound(double distance, double radius) const {
     const double inner = radius * m_hardness;
     const double band = radius - inner;
+    const double h2 = m_hardness * m_hardness;
+    const double scale = kTableSize / (1 - h2);
     auto extended = [&](double s) {
-        const double u = (s - inner) / band;
-        return u >= 1 ? 0.0 : std::pow(1 - u, m_exponent);
+        if (s >= radius) return 0.0;
+        if (s >= inner) {
+            const double at = ((s / radius) * (s / radius) - h2) * scale;
+            return static_cast<double>(LookUp(at < 0 ? 0 : (at > kTableSize ? kTableSize : at)));
+        }
+        return std::pow(1 - (s - inner) / band, m_exponent);
     };
     return 0.5 * (extended(distance - kSampleReach) + extended(distance + kSampleReach));
 }
@@ -575,12 +605,141 @@ void StampDiscShared(const CoverageView& view, DiscProfile& profile, const Disc&
     if (view.pixels != nullptr) StampDisc(SharedSurface{view.pixels, view.stride}, g, profile);
 }
 
-StrokeRaster::StrokeRaster(MoveEffectFilter* filter, const CoverageView& view, double hardness)
-    : m_filter(filter), m_view(view), m_profile(&DiscProfile::ForHardness(hardness)) {}
+// --- Stamps remembered over a pass ----------------------------------------------------------------
+
+namespace {
+
+std::atomic<uint64_t> g_strokePass{0};
+
+// Stamps of one thread and pass, by diameter and sub-pixel offset (in steps of 2^-20 px: nearby
+// offsets share a key, and CanReuse decides whether the stamp fits the disc at hand).
+class StampMemory {
+public:
+    // Memory a thread may spend on remembered stamps before it starts again from none.
+    static constexpr std::size_t kMostBytes = 32u << 20;
+
+    struct Key {
+        uint64_t diameter;
+        int64_t x;
+        int64_t y;
+        bool operator==(const Key&) const = default;
+    };
+    struct KeyHash {
+        std::size_t operator()(const Key& k) const {
+            uint64_t h = k.diameter * 0x9E3779B97F4A7C15ull;
+            h ^= static_cast<uint64_t>(k.x) + 0x7F4A7C15ull + (h << 6) + (h >> 2);
+            h ^= static_cast<uint64_t>(k.y) + 0x165667B1ull + (h << 6) + (h >> 2);
+            return static_cast<std::size_t>(h);
+        }
+    };
+
+    static StampMemory& ForPass(uint64_t pass, double hardness) {
+        thread_local StampMemory memory;
+        if (memory.m_pass != pass || std::memcmp(&memory.m_hardness, &hardness, sizeof hardness) != 0) {
+            memory.Clear();
+            memory.m_pass = pass;
+            memory.m_hardness = hardness;
+        }
+        return memory;
+    }
+
+    static Key MakeKey(const Disc& disc) {
+        uint64_t bits;
+        std::memcpy(&bits, &disc.diameter, sizeof bits);
+        constexpr double kScale = 1 << 20;
+        return Key{bits, std::llround((disc.x - Anchor(disc.x)) * kScale),
+                   std::llround((disc.y - Anchor(disc.y)) * kScale)};
+    }
+
+    // Whether keys come back often in this pass. Where sub-pixel offsets hardly repeat (slanted
+    // lines, rings) looking them up only costs, so once a fair trial shows that most lookups bring
+    // a new key, the memory is left alone for the rest of the pass.
+    bool IsWorthwhile() const { return m_lookups < kTrial || m_distinct * 8 <= m_lookups; }
+
+    const DiscStamp* Find(const Key& key) {
+        ++m_lookups;
+        auto it = m_stamps.find(key);
+        return it == m_stamps.end() ? nullptr : &it->second;
+    }
+    // True the first time a key is asked for: only keys that come back get a stamp.
+    bool FirstSighting(const Key& key) {
+        if (!m_seen.insert(key).second) return false;
+        m_bytes += sizeof(Key) + 2 * sizeof(void*);
+        ++m_distinct;
+        return true;
+    }
+    const DiscStamp* Make(const Key& key, const Disc& disc, DiscProfile& profile) {
+        if (m_bytes > kMostBytes) {
+            const int64_t lookups = m_lookups;
+            const int64_t distinct = m_distinct;
+            Clear();
+            m_lookups = lookups;
+            m_distinct = distinct;
+        }
+        DiscStamp& stamp = m_stamps[key];
+        BuildStamp(disc, profile, stamp);
+        m_bytes += stamp.values.size() + sizeof(DiscStamp) + sizeof(Key);
+        return &stamp;
+    }
+
+private:
+    void Clear() {
+        m_stamps.clear();
+        m_seen.clear();
+        m_bytes = 0;
+        m_lookups = 0;
+        m_distinct = 0;
+    }
+
+    // Lookups before the memory may give up on a pass: a few dozen strokes.
+    static constexpr int64_t kTrial = 1 << 16;
+
+    uint64_t m_pass = 0;
+    double m_hardness = -1;
+    std::unordered_map<Key, DiscStamp, KeyHash> m_stamps;
+    std::unordered_set<Key, KeyHash> m_seen;
+    std::size_t m_bytes = 0;
+    int64_t m_lookups = 0;
+    int64_t m_distinct = 0;  // keys seen for the first time
+};
+
+}  // namespace
+
+uint64_t BeginStrokePass() {
+    return g_strokePass.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+uint64_t GetStrokePass() {
+    return g_strokePass.load(std::memory_order_relaxed);
+}
+
+StrokeRaster::StrokeRaster(MoveEffectFilter* filter, const CoverageView& view, double hardness, uint64_t pass)
+    : m_filter(filter), m_view(view), m_pass(pass), m_profile(&DiscProfile::ForHardness(hardness)) {}
+
+const DiscStamp* StrokeRaster::FindRememberedStamp(const Disc& disc) {
+    if (m_pass == 0 || !FitsStamp(disc.diameter)) return nullptr;
+    StampMemory& memory = StampMemory::ForPass(m_pass, m_profile->GetHardness());
+    if (!memory.IsWorthwhile()) return nullptr;
+    const StampMemory::Key key = StampMemory::MakeKey(disc);
+    if (const DiscStamp* stamp = memory.Find(key)) return CanReuse(*stamp, disc) ? stamp : nullptr;
+    if (memory.FirstSighting(key)) return nullptr;
+    const DiscStamp* stamp = memory.Make(key, disc, *m_profile);
+    return CanReuse(*stamp, disc) ? stamp : nullptr;
+}
 
 StrokeRaster::~StrokeRaster() = default;
 
+namespace {
+std::atomic<int64_t> g_totalDiscs{0};
+}  // namespace
+
+int64_t StrokeRaster::GetTotalDiscCount() {
+    return g_totalDiscs.load(std::memory_order_relaxed);
+}
+
 void StrokeRaster::Flush() {
+    g_totalDiscs.fetch_add(m_added - m_counted, std::memory_order_relaxed);
+    m_counted = m_added;
     if (m_count == 0) return;
     FlushRange(0, m_count);
     m_previousDiameter = m_discs[m_count - 1].diameter;
@@ -589,7 +748,13 @@ void StrokeRaster::Flush() {
 
 bool StrokeRaster::UseStamp(int i, int begin, int end) {
     const Disc& disc = m_discs[i];
-    if (CanReuse(m_stamp, disc)) return true;
+    if (CanReuse(m_stamp, disc)) {
+        ++m_stampReuses;
+        return true;
+    }
+    // A stamp costs several direct discs: stop making them once they are not being reused (equal
+    // discs at ever new sub-pixel offsets, as on slanted lines and rings).
+    if (m_stampsMade >= 2 && m_stampReuses < 4 * m_stampsMade) return false;
     // A new stamp only pays inside a run of equal discs: both neighbours must match.
     const double previous = i > begin ? m_discs[i - 1].diameter : m_previousDiameter;
     const double tolerance = 1e-9 * std::max(1.0, disc.diameter);
@@ -598,6 +763,7 @@ bool StrokeRaster::UseStamp(int i, int begin, int end) {
         return false;
     }
     BuildStamp(disc, *m_profile, m_stamp);
+    ++m_stampsMade;
     return true;
 }
 
@@ -657,6 +823,8 @@ void StrokeRaster::FlushRange(int begin, int end) {
                 if (i >= end || !drawn[i]) continue;
                 if (UseStamp(i, begin, end)) {
                     ApplyStamp(tile, m_stamp, m_discs[i], box[0], box[1], box[2], box[3]);
+                } else if (const DiscStamp* remembered = FindRememberedStamp(m_discs[i])) {
+                    ApplyStamp(tile, *remembered, m_discs[i], box[0], box[1], box[2], box[3]);
                 } else {
                     StampDisc(tile, geometry[i], *m_profile);
                 }

@@ -41,20 +41,16 @@ class MoveEffectFilter;
 // sample needs neither sqrt nor pow. One per thread and hardness (see ForHardness).
 class DiscProfile {
 public:
-    // Table steps across the rim; enough that a sample is off by far less than a coverage level.
-    static constexpr int kTableSize = 4096;
+    // Table steps across the rim: the nearest step is off by far less than a coverage level.
+    static constexpr int kTableSize = 8192;
 
     explicit DiscProfile(double hardness);
 
     double GetHardness() const { return m_hardness; }
     double GetExponent() const { return m_exponent; }
     // The rim value at table position `index` (0 at the hard core .. kTableSize at the rim's outer
-    // edge), interpolated; index must lie in [0, kTableSize].
-    double LookUp(double index) const {
-        const int i = static_cast<int>(index);
-        const double f = index - i;
-        return m_table[i] + f * (m_table[i + 1] - m_table[i]);
-    }
+    // edge), from the nearest step; index must lie in [0, kTableSize].
+    float LookUp(double index) const { return m_table[static_cast<int>(index + 0.5)]; }
 
     // Squared distances (pixel centre to disc centre) from which on a disc of radius at most
     // `radius` cannot raise a pixel whose coverage lies in bucket coverage / kBucketWidth. Made on
@@ -76,7 +72,7 @@ private:
 
     double m_hardness;
     double m_exponent;
-    std::vector<double> m_table;          // kTableSize + 2 entries
+    std::vector<double> m_table;          // value and rise to the next value at each of kTableSize + 1 steps
     std::deque<Thresholds> m_thresholds;  // a deque: growing it keeps handed-out pointers valid
 };
 
@@ -115,6 +111,13 @@ struct DiscStamp {
     std::vector<uint8_t> values;
 };
 
+// Stroke passes: a layout opens one before it makes its tasks, and each task takes the pass that is
+// open when it is made. Stamps are remembered per thread for the pass (the strokes of one render
+// repeat the same tapers again and again: every line over an evenly inked region) and forgotten when
+// a thread first stamps for another pass.
+uint64_t BeginStrokePass();
+uint64_t GetStrokePass();
+
 // Collects the discs of one task and stamps them in batches. Worker threads: one per task.
 class StrokeRaster {
 public:
@@ -125,8 +128,9 @@ public:
     static constexpr int64_t kMaxTilePixels = 1 << 18;
 
     // `filter` owns the shared coverage behind `view` and its dirty rectangle (a null view stamps
-    // nothing; a null filter keeps no dirty rectangle).
-    StrokeRaster(MoveEffectFilter* filter, const CoverageView& view, double hardness);
+    // nothing; a null filter keeps no dirty rectangle). A non-zero `pass` lets the raster reuse the
+    // stamps that this thread made earlier in that pass.
+    StrokeRaster(MoveEffectFilter* filter, const CoverageView& view, double hardness, uint64_t pass = 0);
     ~StrokeRaster();
     StrokeRaster(const StrokeRaster&) = delete;
     StrokeRaster& operator=(const StrokeRaster&) = delete;
@@ -144,25 +148,34 @@ public:
     // Stamps what is queued into the shared coverage and grows the filter's dirty rectangle.
     void Flush();
 
-    // Discs handed to AddDisc so far (for benchmarks).
+    // Discs handed to AddDisc so far.
     int64_t GetDiscCount() const { return m_added; }
+    // Discs handed to every raster of the process so far, counted when they flush (for benchmarks).
+    static int64_t GetTotalDiscCount();
 
 private:
     void FlushRange(int begin, int end);
     // Whether disc i of the batch [begin, end) is drawn with the cached stamp; makes a new stamp when
     // the disc lies inside a run of equal discs that the cached one does not fit.
     bool UseStamp(int i, int begin, int end);
+    // The pass's remembered stamp for disc i, made now when its diameter and offset come round a
+    // second time; null when there is none to use.
+    const DiscStamp* FindRememberedStamp(const Disc& disc);
 
     MoveEffectFilter* m_filter;
     CoverageView m_view;
+    uint64_t m_pass;
     DiscProfile* m_profile;
     Disc m_discs[kBatchDiscs];
     int m_count = 0;
     Disc m_last{};
     bool m_haveLast = false;
     int64_t m_added = 0;
+    int64_t m_counted = 0;           // of m_added, already in the process-wide total
     double m_previousDiameter = -1;  // of the disc before the batch
     DiscStamp m_stamp;
+    int64_t m_stampsMade = 0;
+    int64_t m_stampReuses = 0;
     std::vector<uint8_t> m_tile;
     std::vector<uint8_t> m_before;
 };

@@ -262,21 +262,22 @@ int StopAtOnce(int, int, void* calls) {
 
 TEST(layout_test, a_progress_answer_to_stop_cancels_the_render_and_leaves_the_filter_cancelled) {
     MoveEffectParam param = QuietParam(1);
-    param.size = 12;
+    param.size = 16;
     param.hardness = 0.5;
-    param.spacing = 3;
+    param.spacing = 2;
     PathParser guide = StraightGuide();
-    Layer layer(600, 600, true);
-    // 200 lines across the canvas, stacked to the right.
-    auto filter = MakeFilter(param, PointTarget{0, 599, 0, 0, 599, 599}, guide, layer);
+    Layer layer(1200, 1200, true);
+    // 600 long soft lines stacked to the right: far more work than the pool does between two looks
+    // at its finished tasks (10 ms), however fast the build.
+    auto filter = MakeFilter(param, PointTarget{0, 1199, 0, 0, 1199, 1199}, guide, layer);
     int calls = 0;
     filter->SetProgressCallback(&StopAtOnce, &calls);
     filter->ApplyEffect(false);
     EXPECT_TRUE(filter->IsCancelled());
     EXPECT_EQ(calls, 1);  // asked once; the filter answers the pool's later reports itself
-    // Only the lines that were under way drew anything: the right half of the canvas stayed empty.
-    for (int32_t x = 300; x < 600; x += 7)
-        EXPECT_EQ(CoverageAt(*filter, x, 300), 0) << "x " << x;
+    // The lines still queued when the answer came were never drawn: the right end stayed empty.
+    for (int32_t x = 1100; x < 1200; x += 3)
+        EXPECT_EQ(CoverageAt(*filter, x, 600), 0) << "x " << x;
 }
 
 }  // namespace

@@ -235,6 +235,38 @@ TEST(stroke_raster_test, batched_soft_strokes_stay_within_one_level_of_the_strai
         CompareBatchedStrokes(hardness, 1);
 }
 
+// Tapered strokes along the pixel grid, repeated side by side as speed lines are: from the third
+// copy on, every disc comes from a stamp remembered in the pass.
+void CompareRepeatedStrokes(double hardness, int maxDifference) {
+    Canvas fast(90, 70);
+    Canvas reference(90, 70);
+    const uint64_t pass = BeginStrokePass();
+    for (int copy = 0; copy < 12; ++copy) {
+        StrokeRaster raster(nullptr, fast.View(), hardness, pass);
+        // Up the canvas at x = 4 + 7 * copy, a shade off the grid now and then as walks are.
+        double x = 4 + 7 * copy + (copy % 3 == 1 ? 2.3e-13 : 0);
+        double y = 66;
+        double previous = 0;
+        for (int i = 0; i <= 60; ++i) {
+            const double pressure = std::min(1.0, std::min(i, 60 - i) / 20.0);
+            ForEachLineDisc(x, y, previous, x, y - 1, pressure, 13, [&](double cx, double cy, double d) {
+                raster.AddDisc(Disc{cx, cy, d});
+                ReferenceDrawCircle(reference, hardness, cx, cy, d);
+            });
+            y -= 1;
+            previous = pressure;
+        }
+        raster.Flush();
+    }
+    EXPECT_LE(LargestDifference(fast, reference), maxDifference) << "hardness " << hardness;
+}
+
+TEST(stroke_raster_test, repeated_strokes_drawn_from_remembered_stamps_keep_their_bytes) {
+    CompareRepeatedStrokes(1.0, 0);
+    CompareRepeatedStrokes(0.5, 1);
+    CompareRepeatedStrokes(0.0, 1);
+}
+
 TEST(stroke_raster_test, the_filter_draws_lines_as_the_straightforward_discs_do) {
     for (double hardness : {1.0, 0.5}) {
         MoveEffectParam param = stroke_test::QuietParam(1);

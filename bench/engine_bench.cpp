@@ -1,0 +1,215 @@
+// Whole renders, as the controller runs them for a preview: filter made, layer attached (coverage
+// allocated), strokes laid out and stamped, coverage composited into an RGBA destination.
+//
+//   Radiate/...       the default preset on a fully inked 6071 x 8598 page (B4 at 600 dpi)
+//   ParallelDense/... size 20, spacing 5, default points, same page, hardness 1 and 0.5
+//   CircleRings/...   rings 10 px apart on a fully inked 4096 x 4096 page
+//   MemoryFloor/...   the least any render of that page costs: zeroing the coverage and the RGBA
+//                     destination and writing the destination once; read the renders as ratios to it
+//   CancelFirst/...   a dense soft render whose progress callback answers stop at the first report
+//
+// Each render runs single-threaded (the pool's RunAsSingleThread, on this thread) and pooled
+// (ApplyEffect, on every worker). Times are wall clock; discs/s counts the discs the strokes place.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "engine/MoveEffectFilter.h"
+#include "engine/StrokeRaster.h"
+#include "guide/PathParser.h"
+
+namespace {
+
+constexpr int32_t kPageWidth = 6071;
+constexpr int32_t kPageHeight = 8598;
+constexpr int32_t kSquare = 4096;
+
+// A fully inked 8-bit grey + alpha layer and an RGBA destination of the same size, made once.
+struct Page {
+    int32_t width;
+    int32_t height;
+    std::vector<uint8_t> layer;
+    std::vector<uint8_t> dest;
+    uint8_t offsets[2] = {0, 1};
+
+    Page(int32_t w, int32_t h)
+        : width(w),
+          height(h),
+          layer(static_cast<std::size_t>(w) * h * 2),
+          dest(static_cast<std::size_t>(w) * h * 4) {
+        for (std::size_t i = 0; i < layer.size(); i += 2) {
+            layer[i] = 0;        // black
+            layer[i + 1] = 255;  // opaque
+        }
+    }
+    MoveEffectImageParam Image() {
+        MoveEffectImageParam image{};
+        image.colorModel = 1;
+        image.channelOffsets = offsets;
+        image.channelCount = 2;
+        image.width = static_cast<uint32_t>(width);
+        image.height = static_cast<uint32_t>(height);
+        image.rowBytes = static_cast<uint32_t>(width) * 2;
+        image.pixels = layer.data();
+        return image;
+    }
+};
+
+// The B4 page or the square one; each is made on first use.
+Page& GetPage(int32_t width, int32_t height) {
+    if (width == kPageWidth && height == kPageHeight) {
+        static Page b4(kPageWidth, kPageHeight);
+        return b4;
+    }
+    static Page square(kSquare, kSquare);
+    return square;
+}
+
+// The default preset, with `in` and `out` as the controller hands them over (thousandths -> fraction).
+MoveEffectParam DefaultParam(int32_t type) {
+    MoveEffectParam p{};
+    p.type = type;
+    p.curvature = 1.0;
+    p.size = 2.0;
+    p.hardness = 1.0;
+    p.in = 0.5;
+    p.out = 0.5;
+    p.length = 10;
+    p.spacing = 50;
+    p.connect = true;
+    return p;
+}
+
+// The default target points of an arrangement, as fractions of the canvas, truncated to pixels.
+PointTarget DefaultTarget(int32_t type, int32_t width, int32_t height) {
+    static const double kPoints[3][6] = {{0.5, 0.5, 0.5, 0.325, 0.5, 0.125},
+                                         {0.25, 0.875, 0.25, 0.125, 0.75, 0.875},
+                                         {0.25, 0.5, 0.75, 0.5, 0.5, 0.25}};
+    const double* p = kPoints[type];
+    auto x = [width](double f) { return static_cast<int32_t>(width * f); };
+    auto y = [height](double f) { return static_cast<int32_t>(height * f); };
+    return PointTarget{x(p[0]), y(p[1]), x(p[2]), y(p[3]), x(p[4]), y(p[5])};
+}
+
+enum class Mode { kSingle, kPooled };
+
+int StopAtFirstReport(int, int, void*) {
+    return 0;
+}
+
+void Render(benchmark::State& state, const MoveEffectParam& param, int32_t width, int32_t height, Mode mode,
+            bool cancel = false) {
+    Page& page = GetPage(width, height);
+    const MoveEffectImageParam image = page.Image();
+    PathParser guide;
+    guide.CreateLine();
+    unsigned char colour[3] = {0, 0, 0};
+    const int64_t discsBefore = StrokeRaster::GetTotalDiscCount();
+    for (auto _ : state) {
+        MoveEffectFilter filter(param);
+        filter.SetTarget(DefaultTarget(param.type, width, height));
+        filter.AttachGuide(&guide);
+        if (cancel) filter.SetProgressCallback(&StopAtFirstReport, nullptr);
+        filter.SetBaseImage(&image);
+        if (mode == Mode::kPooled) {
+            filter.ApplyEffect(false);
+        } else {
+            switch (param.type) {
+                case 1:
+                    filter.CreateParallelPathTasks();
+                    break;
+                case 2:
+                    filter.CreateCirclePathTasks();
+                    break;
+                default:
+                    filter.CreateRadiatePathTasks();
+                    break;
+            }
+            filter.GetPool().RunAsSingleThread();
+        }
+        if (!filter.IsCancelled()) filter.DrawToCanvas(0, 0, colour, page.dest.data(), width * 4);
+        benchmark::DoNotOptimize(page.dest.data());
+        benchmark::ClobberMemory();
+    }
+    state.counters["discs/s"] = benchmark::Counter(
+        static_cast<double>(StrokeRaster::GetTotalDiscCount() - discsBefore), benchmark::Counter::kIsRate);
+}
+
+void BM_Radiate(benchmark::State& state, Mode mode) {
+    Render(state, DefaultParam(0), kPageWidth, kPageHeight, mode);
+}
+
+void BM_ParallelDense(benchmark::State& state, Mode mode) {
+    MoveEffectParam param = DefaultParam(1);
+    param.size = 20;
+    param.spacing = 5;
+    param.hardness = static_cast<double>(state.range(0)) / 100;
+    Render(state, param, kPageWidth, kPageHeight, mode);
+}
+
+void BM_CircleRings(benchmark::State& state, Mode mode) {
+    MoveEffectParam param = DefaultParam(2);
+    param.spacing = 10;
+    Render(state, param, kSquare, kSquare, mode);
+}
+
+void BM_CancelFirst(benchmark::State& state) {
+    MoveEffectParam param = DefaultParam(1);
+    param.size = 20;
+    param.spacing = 5;
+    param.hardness = 0.5;
+    Render(state, param, kPageWidth, kPageHeight, Mode::kPooled, true);
+}
+
+// Zeroing a fresh coverage buffer and the RGBA destination, then writing every destination pixel
+// from the coverage once: the memory traffic that no render of the page can avoid.
+void BM_MemoryFloor(benchmark::State& state) {
+    const int32_t width = static_cast<int32_t>(state.range(0));
+    const int32_t height = static_cast<int32_t>(state.range(1));
+    Page& page = GetPage(width, height);
+    const std::size_t pixels = static_cast<std::size_t>(width) * height;
+    for (auto _ : state) {
+        std::unique_ptr<uint8_t[]> coverage(new uint8_t[pixels]);
+        std::memset(coverage.get(), 0, pixels);
+        uint8_t* dest = page.dest.data();
+        std::memset(dest, 0, pixels * 4);
+        const uint8_t colour[3] = {0, 0, 0};
+        for (std::size_t i = 0; i < pixels; ++i) {
+            dest[4 * i] = colour[0];
+            dest[4 * i + 1] = colour[1];
+            dest[4 * i + 2] = colour[2];
+            dest[4 * i + 3] = coverage[i];
+        }
+        benchmark::DoNotOptimize(dest);
+        benchmark::ClobberMemory();
+    }
+}
+
+}  // namespace
+
+BENCHMARK_CAPTURE(BM_Radiate, single, Mode::kSingle)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Radiate, pooled, Mode::kPooled)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ParallelDense, single, Mode::kSingle)
+    ->ArgName("hardness%")
+    ->Arg(100)
+    ->Arg(50)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ParallelDense, pooled, Mode::kPooled)
+    ->ArgName("hardness%")
+    ->Arg(100)
+    ->Arg(50)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_CircleRings, single, Mode::kSingle)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_CircleRings, pooled, Mode::kPooled)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MemoryFloor)
+    ->ArgNames({"width", "height"})
+    ->Args({kPageWidth, kPageHeight})
+    ->Args({kSquare, kSquare})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CancelFirst)->UseRealTime()->Unit(benchmark::kMillisecond);
