@@ -188,9 +188,13 @@ struct RowValues {
     }
 };
 
-// Byte value of a mean of 16 samples whose sum is `sum`, rounded as the coverage is.
+// Byte value of a mean of 16 samples whose sum is `sum`, rounded as the coverage is. A hardness
+// outside 0..1 can push the sum out of range (or to NaN); the byte then saturates.
 inline uint8_t ToCoverage(double sum) {
-    return static_cast<uint8_t>(static_cast<int>(sum * 0.0625 * 255 + 0.5));
+    const double v = sum * 0.0625 * 255 + 0.5;
+    if (v >= 255) return 255;
+    if (!(v >= 1)) return 0;
+    return static_cast<uint8_t>(static_cast<int>(v));
 }
 
 inline uint8_t SampleHard(const DiscGeometry& g, const double* sxx, const double* syy) {
@@ -235,8 +239,9 @@ void StampDisc(const Surface& surface, const DiscGeometry& g, const DiscProfile&
     const int32_t width = g.x1 - g.x0;
     // A pixel whose corners all lie both in the core and beyond r occurs only for hard discs, in the
     // column nearest the centre; it is sampled when its centre lies inside r.
-    const bool oddCentre = g.inLimit >= g.outLimit;
-    const int32_t centreColumn = static_cast<int32_t>(std::floor(g.x)) - g.x0;
+    const double nearest = std::floor(g.x) - g.x0;  // may lie far outside the box for huge discs
+    const bool oddCentre = g.inLimit >= g.outLimit && nearest >= 0 && nearest < width;
+    const int32_t centreColumn = oddCentre ? static_cast<int32_t>(nearest) : -1;
 
     for (int32_t py = g.y0; py < g.y1; ++py) {
         const RowValues rv(static_cast<double>(py) + 0.5 - g.y);
@@ -280,8 +285,7 @@ void StampDisc(const Surface& surface, const DiscGeometry& g, const DiscProfile&
             while (right > left && allOut(right - 1))
                 --right;
         }
-        if (oddCentre && centreColumn >= 0 && centreColumn < width &&
-            (centreColumn < left || centreColumn >= right) && allOut(centreColumn) &&
+        if (oddCentre && (centreColumn < left || centreColumn >= right) && allOut(centreColumn) &&
             cols.maxCorner[centreColumn] + rv.maxCorner <= g.inLimit &&
             cols.centre[centreColumn] + rv.centre < g.r2) {
             const int32_t px = g.x0 + centreColumn;

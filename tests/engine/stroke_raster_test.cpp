@@ -321,6 +321,35 @@ TEST(stroke_raster_test, a_line_places_a_disc_after_every_step_and_one_may_land_
     EXPECT_TRUE(discs.empty());
 }
 
+TEST(stroke_raster_test, discs_too_large_for_a_tile_are_stamped_in_place_with_the_same_bytes) {
+    Canvas fast(640, 600);
+    Canvas reference(640, 600);
+    StrokeRaster raster(nullptr, fast.View(), 1.0);
+    // Each disc's box alone exceeds a tile; the batch is split down to single discs.
+    for (const Disc& disc : {Disc{300.3, 280.7, 590}, Disc{330.1, 300.2, 560.5}, Disc{-200, 10, 700}}) {
+        raster.AddDisc(disc);
+        ReferenceDrawCircle(reference, 1.0, disc.x, disc.y, disc.diameter);
+    }
+    raster.Flush();
+    EXPECT_EQ(LargestDifference(fast, reference), 0);
+}
+
+// Out-of-range hardness is not the panel's, but presets are text files: it must neither crash nor
+// hand the rounding an out-of-range number (the sanitizer build checks that).
+TEST(stroke_raster_test, a_hardness_outside_0_to_1_still_draws_without_fault) {
+    for (double hardness : {-0.5, -2.0, 1.5, std::nan("")}) {
+        Canvas canvas(40, 40);
+        StrokeRaster raster(nullptr, canvas.View(), hardness, BeginStrokePass());
+        for (int i = 0; i < 30; ++i)
+            raster.AddDisc(Disc{5.0 + i, 20.3, 3.0 + i * 0.5});
+        raster.Flush();
+        StampDiscUnshared(canvas.View(), DiscProfile::ForHardness(hardness), Disc{20, 20, 9}, canvas.dirty);
+        if (!std::isnan(hardness)) {
+            EXPECT_EQ(canvas.pixels[20 * 40 + 20], 255) << "hardness " << hardness;
+        }
+    }
+}
+
 TEST(stroke_raster_test, non_finite_discs_draw_nothing_and_leave_the_dirty_rectangle) {
     Canvas canvas(16, 16);
     DiscProfile& profile = DiscProfile::ForHardness(0.5);
