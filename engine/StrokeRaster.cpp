@@ -19,6 +19,8 @@ constexpr double kOffsets[4] = {-0.375, -0.125, 0.125, 0.375};
 constexpr double kSampleReach = 0.5304;
 // Stamps are kept for discs up to this box side; larger ones are rare and drawn directly.
 constexpr int32_t kLargestStampSide = 129;
+// Spare bytes after a tile's last row, for stamps combined in whole 16-byte blocks.
+constexpr std::size_t kTileSlack = 16;
 
 // Everything about one disc that the pixel loops need, worked out once.
 struct DiscGeometry {
@@ -33,7 +35,6 @@ struct DiscGeometry {
     double tableScale;  // soft discs: table index = q * tableScale - tableShift
     double tableShift;
     double slope;            // soft discs: steepest fall of a sample per px (e / band)
-    const double* skip;      // soft discs: see DiscProfile::GetSkipThresholds
     int32_t x0, x1, y0, y1;  // pixel box, right and bottom exclusive
 };
 
@@ -53,7 +54,6 @@ void FillConstants(DiscGeometry& g, double x, double y, double diameter, DiscPro
     g.outLimit = g.r2 - 1e-12;
     g.hard = !(band > 1e-12);
     g.hardLimit = g.inLimit >= g.outLimit ? g.inLimit : std::nextafter(g.outLimit, -HUGE_VAL);
-    g.skip = nullptr;
     g.slope = 0;
     g.tableScale = 0;
     g.tableShift = 0;
@@ -63,7 +63,6 @@ void FillConstants(DiscGeometry& g, double x, double y, double diameter, DiscPro
         g.tableScale = DiscProfile::kTableSize / (span * g.r2);
         g.tableShift = hardness * hardness * DiscProfile::kTableSize / span;
         g.slope = profile.GetExponent() / band;
-        g.skip = profile.GetSkipThresholds(r);
     }
 }
 
@@ -232,8 +231,9 @@ inline uint8_t SampleSoft(const DiscGeometry& g, const DiscProfile& profile, con
 // sampled 4 x 4. Each of these tests only grows or shrinks with the distance of the pixel's column
 // from the centre, so outside and core are found from their edges and the core is filled in one go.
 template <class Surface>
-void StampDisc(const Surface& surface, const DiscGeometry& g, const DiscProfile& profile) {
+void StampDisc(const Surface& surface, const DiscGeometry& g, DiscProfile& profile) {
     if (IsEmpty(g)) return;
+    const double* skip = g.hard ? nullptr : profile.GetSkipThresholds(g.r);
     ColumnScratch& cols = GetColumnScratch();
     cols.Prepare(g);
     const int32_t width = g.x1 - g.x0;
@@ -258,7 +258,7 @@ void StampDisc(const Surface& surface, const DiscGeometry& g, const DiscProfile&
             if (g.hard) {
                 value = SampleHard(g, &cols.sxx[4 * c], rv.syy);
             } else {
-                if (cols.centre[c] + rv.centre >= g.skip[have / DiscProfile::kBucketWidth]) return;
+                if (cols.centre[c] + rv.centre >= skip[have / DiscProfile::kBucketWidth]) return;
                 value = SampleSoft(g, profile, &cols.sxx[4 * c], rv.syy);
             }
             if (value > have) Surface::Raise(row, px, value);
@@ -355,6 +355,12 @@ int32_t StampHalf(double diameter) {
     return static_cast<int32_t>(std::ceil(diameter / 2)) + 1;
 }
 
+// Bytes from one stamp row to the next: room for a whole number of 16-byte blocks from any column,
+// the padding zero, so that rows are max-combined in whole blocks.
+int32_t StampStride(int32_t side) {
+    return (side + 15 + 15) / 16 * 16;
+}
+
 bool FitsStamp(double diameter) {
     return 2 * StampHalf(diameter) + 1 <= kLargestStampSide;
 }
@@ -377,14 +383,15 @@ void BuildStamp(const Disc& disc, DiscProfile& profile, DiscStamp& stamp) {
     stamp.offsetY = oy;
     stamp.half = half;
     stamp.slope = g.hard ? 0 : g.slope;
-    stamp.values.assign(static_cast<std::size_t>(side) * side, 0);
+    stamp.stride = StampStride(side);
+    stamp.values.assign(static_cast<std::size_t>(stamp.stride) * side, 0);
     double margin = HUGE_VAL;
     auto near = [&margin](double value, double limit) {
         margin = std::min(margin, std::fabs(value - limit));
     };
     for (int32_t j = 0; j < side; ++j) {
         const RowValues rv(static_cast<double>(j - half) + 0.5 - oy);
-        uint8_t* out = &stamp.values[static_cast<std::size_t>(j) * side];
+        uint8_t* out = &stamp.values[static_cast<std::size_t>(j) * stamp.stride];
         for (int32_t c = 0; c < side; ++c) {
             const double centre = cols.centre[c] + rv.centre;
             near(centre, g.coreCentre);
@@ -442,8 +449,10 @@ void MaxInto(uint8_t* __restrict dst, const uint8_t* __restrict src, int32_t n) 
         dst[i] = src[i] > dst[i] ? src[i] : dst[i];
 }
 
-// Max-combines the stamp, placed at the disc's anchor, into the surface within [x0, x1) x [y0, y1).
-void ApplyStamp(const PlainSurface& surface, const DiscStamp& stamp, const Disc& disc, int32_t x0, int32_t y0,
+// Max-combines the stamp, placed at the disc's anchor, into a tile that spans [x0, x1) x [y0, y1).
+// Rows are combined in whole 16-byte blocks: past the end of a row the stamp holds zeros, which leave
+// the tile as it is, and the tile keeps 16 spare bytes after its last row.
+void ApplyStamp(const PlainSurface& tile, const DiscStamp& stamp, const Disc& disc, int32_t x0, int32_t y0,
                 int32_t x1, int32_t y1) {
     const int32_t side = 2 * stamp.half + 1;
     const int32_t left = static_cast<int32_t>(Anchor(disc.x)) - stamp.half;
@@ -451,9 +460,12 @@ void ApplyStamp(const PlainSurface& surface, const DiscStamp& stamp, const Disc&
     const int32_t from = std::max(left, x0);
     const int32_t to = std::min(left + side, x1);
     if (from >= to) return;
+    // Whole blocks only where the stamp's own zeros follow the row; where the tile cuts the stamp
+    // short, stamp bytes would follow instead.
+    const int32_t count = to == left + side ? (to - from + 15) / 16 * 16 : to - from;
     for (int32_t j = std::max(0, y0 - top); j < side && top + j < y1; ++j) {
-        MaxInto(surface.Row(top + j) + from,
-                &stamp.values[static_cast<std::size_t>(j) * side + (from - left)], to - from);
+        MaxInto(tile.Row(top + j) + from,
+                &stamp.values[static_cast<std::size_t>(j) * stamp.stride + (from - left)], count);
     }
 }
 
@@ -808,8 +820,8 @@ void StrokeRaster::FlushRange(int begin, int end) {
                 StampDisc(SharedSurface{m_view.pixels, m_view.stride}, geometry[begin], *m_profile);
         } else {
             const std::size_t area = static_cast<std::size_t>(tileWidth * tileHeight);
-            if (m_tile.size() < area) {
-                m_tile.resize(area);
+            if (m_tile.size() < area + kTileSlack) {
+                m_tile.resize(area + kTileSlack);
                 m_before.resize(area);
             }
             // Start from what other tasks have stamped so far: the rim tests then skip more.

@@ -105,9 +105,10 @@ struct DiscStamp {
     double diameter = -1;  // < 0: empty
     double offsetX = 0;    // centre minus the anchor pixel corner (nearest integer), px
     double offsetY = 0;
-    int32_t half = 0;   // the stamp spans anchor - half .. anchor + half in x and in y
-    double margin = 0;  // smallest distance of a squared distance from its threshold, px^2
-    double slope = 0;   // soft rims: largest change of a sample per px of shift
+    int32_t half = 0;    // the stamp spans anchor - half .. anchor + half in x and in y
+    double margin = 0;   // smallest distance of a squared distance from its threshold, px^2
+    double slope = 0;    // soft rims: largest change of a sample per px of shift
+    int32_t stride = 0;  // bytes per row of values: more than the side, the rest zero
     std::vector<uint8_t> values;
 };
 
