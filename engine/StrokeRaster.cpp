@@ -6,8 +6,12 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
-#include <unordered_map>
-#include <unordered_set>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#elif defined(__ARM_NEON)
+#include <arm_neon.h>
+#endif
 
 #include "engine/MoveEffectFilter.h"
 
@@ -443,9 +447,20 @@ bool CanReuse(const DiscStamp& stamp, const Disc& disc) {
     return (shift + dr) * stamp.slope * 255 <= 0.05;
 }
 
-// dst[i] = max(dst[i], src[i]); the buffers never overlap, which lets the compiler use vector maxima.
-void MaxInto(uint8_t* __restrict dst, const uint8_t* __restrict src, int32_t n) {
-    for (int32_t i = 0; i < n; ++i)
+// dst[i] = max(dst[i], src[i]) for n bytes, 16 at a time where the processor has byte maxima.
+void MaxInto(uint8_t* dst, const uint8_t* src, int32_t n) {
+    int32_t i = 0;
+#if defined(__SSE2__)
+    for (; i + 16 <= n; i += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dst + i));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), _mm_max_epu8(a, b));
+    }
+#elif defined(__ARM_NEON)
+    for (; i + 16 <= n; i += 16)
+        vst1q_u8(dst + i, vmaxq_u8(vld1q_u8(dst + i), vld1q_u8(src + i)));
+#endif
+    for (; i < n; ++i)
         dst[i] = src[i] > dst[i] ? src[i] : dst[i];
 }
 
@@ -628,11 +643,14 @@ namespace {
 std::atomic<uint64_t> g_strokePass{0};
 
 // Stamps of one thread and pass, by diameter and sub-pixel offset (in steps of 2^-20 px: nearby
-// offsets share a key, and CanReuse decides whether the stamp fits the disc at hand).
+// offsets share a key, and CanReuse decides whether the stamp fits the disc at hand). An open-address
+// table: a render asks for the same few thousand keys over and over.
 class StampMemory {
 public:
     // Memory a thread may spend on remembered stamps before it starts again from none.
     static constexpr std::size_t kMostBytes = 32u << 20;
+    // Lookups before the memory may give up on a pass: a few dozen strokes.
+    static constexpr int64_t kTrial = 1 << 16;
 
     struct Key {
         uint64_t diameter;
@@ -640,19 +658,13 @@ public:
         int64_t y;
         bool operator==(const Key&) const = default;
     };
-    struct KeyHash {
-        std::size_t operator()(const Key& k) const {
-            uint64_t h = k.diameter * 0x9E3779B97F4A7C15ull;
-            h ^= static_cast<uint64_t>(k.x) + 0x7F4A7C15ull + (h << 6) + (h >> 2);
-            h ^= static_cast<uint64_t>(k.y) + 0x165667B1ull + (h << 6) + (h >> 2);
-            return static_cast<std::size_t>(h);
-        }
-    };
 
     static StampMemory& ForPass(uint64_t pass, double hardness) {
         thread_local StampMemory memory;
         if (memory.m_pass != pass || std::memcmp(&memory.m_hardness, &hardness, sizeof hardness) != 0) {
             memory.Clear();
+            memory.m_lookups = 0;
+            memory.m_distinct = 0;
             memory.m_pass = pass;
             memory.m_hardness = hardness;
         }
@@ -672,48 +684,78 @@ public:
     // a new key, the memory is left alone for the rest of the pass.
     bool IsWorthwhile() const { return m_lookups < kTrial || m_distinct * 8 <= m_lookups; }
 
-    const DiscStamp* Find(const Key& key) {
+    // The stamp for the key: none the first time the key is asked for (only keys that come back
+    // get one), made the second time, kept after that.
+    const DiscStamp* Get(const Key& key, const Disc& disc, DiscProfile& profile) {
         ++m_lookups;
-        auto it = m_stamps.find(key);
-        return it == m_stamps.end() ? nullptr : &it->second;
-    }
-    // True the first time a key is asked for: only keys that come back get a stamp.
-    bool FirstSighting(const Key& key) {
-        if (!m_seen.insert(key).second) return false;
-        m_bytes += sizeof(Key) + 2 * sizeof(void*);
-        ++m_distinct;
-        return true;
-    }
-    const DiscStamp* Make(const Key& key, const Disc& disc, DiscProfile& profile) {
-        if (m_bytes > kMostBytes) {
-            const int64_t lookups = m_lookups;
-            const int64_t distinct = m_distinct;
-            Clear();
-            m_lookups = lookups;
-            m_distinct = distinct;
+        Slot& slot = FindSlot(key);
+        if (slot.used && slot.stamp >= 0) return &m_stamps[static_cast<std::size_t>(slot.stamp)];
+        if (!slot.used) {
+            slot.used = true;
+            slot.key = key;
+            slot.stamp = -1;
+            ++m_count;
+            ++m_distinct;
+            m_bytes += sizeof(Slot);
+            if (m_count * 2 > m_slots.size()) Grow();
+            return nullptr;
         }
-        DiscStamp& stamp = m_stamps[key];
+        if (m_bytes > kMostBytes) {
+            Clear();
+            return nullptr;
+        }
+        slot.stamp = static_cast<int64_t>(m_stamps.size());
+        DiscStamp& stamp = m_stamps.emplace_back();
         BuildStamp(disc, profile, stamp);
-        m_bytes += stamp.values.size() + sizeof(DiscStamp) + sizeof(Key);
+        m_bytes += stamp.values.size() + sizeof(DiscStamp);
         return &stamp;
     }
 
 private:
-    void Clear() {
-        m_stamps.clear();
-        m_seen.clear();
-        m_bytes = 0;
-        m_lookups = 0;
-        m_distinct = 0;
+    struct Slot {
+        Key key{};
+        int64_t stamp = -1;  // index into m_stamps, < 0 while the key has been seen once only
+        bool used = false;
+    };
+
+    static std::size_t Hash(const Key& k) {
+        uint64_t h = k.diameter * 0x9E3779B97F4A7C15ull;
+        h ^= (static_cast<uint64_t>(k.x) + 0x7F4A7C15ull) * 0xC2B2AE3D27D4EB4Full;
+        h ^= (static_cast<uint64_t>(k.y) + 0x165667B1ull) * 0x165667B19E3779F9ull;
+        return static_cast<std::size_t>(h ^ (h >> 29));
     }
 
-    // Lookups before the memory may give up on a pass: a few dozen strokes.
-    static constexpr int64_t kTrial = 1 << 16;
+    // The key's slot, or the empty slot where it belongs. The table is never more than half full.
+    Slot& FindSlot(const Key& key) {
+        if (m_slots.empty()) m_slots.resize(1024);
+        const std::size_t mask = m_slots.size() - 1;
+        for (std::size_t i = Hash(key) & mask;; i = (i + 1) & mask) {
+            Slot& slot = m_slots[i];
+            if (!slot.used || slot.key == key) return slot;
+        }
+    }
+
+    void Grow() {
+        std::vector<Slot> old(m_slots.size() * 2);
+        old.swap(m_slots);
+        for (const Slot& slot : old) {
+            if (slot.used) FindSlot(slot.key) = slot;
+        }
+        m_bytes += old.size() * sizeof(Slot);
+    }
+
+    void Clear() {
+        m_slots.clear();
+        m_stamps.clear();
+        m_count = 0;
+        m_bytes = 0;
+    }
 
     uint64_t m_pass = 0;
     double m_hardness = -1;
-    std::unordered_map<Key, DiscStamp, KeyHash> m_stamps;
-    std::unordered_set<Key, KeyHash> m_seen;
+    std::vector<Slot> m_slots;
+    std::deque<DiscStamp> m_stamps;  // a deque: handed-out pointers stay valid as it grows
+    std::size_t m_count = 0;         // slots in use
     std::size_t m_bytes = 0;
     int64_t m_lookups = 0;
     int64_t m_distinct = 0;  // keys seen for the first time
@@ -736,11 +778,8 @@ const DiscStamp* StrokeRaster::FindRememberedStamp(const Disc& disc) {
     if (m_pass == 0 || !FitsStamp(disc.diameter)) return nullptr;
     StampMemory& memory = StampMemory::ForPass(m_pass, m_profile->GetHardness());
     if (!memory.IsWorthwhile()) return nullptr;
-    const StampMemory::Key key = StampMemory::MakeKey(disc);
-    if (const DiscStamp* stamp = memory.Find(key)) return CanReuse(*stamp, disc) ? stamp : nullptr;
-    if (memory.FirstSighting(key)) return nullptr;
-    const DiscStamp* stamp = memory.Make(key, disc, *m_profile);
-    return CanReuse(*stamp, disc) ? stamp : nullptr;
+    const DiscStamp* stamp = memory.Get(StampMemory::MakeKey(disc), disc, *m_profile);
+    return stamp != nullptr && CanReuse(*stamp, disc) ? stamp : nullptr;
 }
 
 StrokeRaster::~StrokeRaster() = default;
