@@ -6,6 +6,7 @@
 #include <cmath>
 #include <memory>
 #include <numbers>
+#include <vector>
 
 #include "engine/MoveEffectFilter.h"
 #include "engine/PathTask.h"
@@ -39,9 +40,18 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     Random random(0, 1);
     double f = 0;
     if (m_param.spcfluct != 0) f = random.Uniform() * m_param.spcfluct * spacing;
-    AppendCircleTask(centre, target.angle, target.startAngle, target.radiusX + f, target.radiusY + f);
+    // The rings are made as AppendCircleTask makes them, collected, and enqueued spread out.
+    std::vector<std::shared_ptr<PathTask>> tasks;
+    auto append = [&](double rx, double ry) {
+        tasks.push_back(
+            MakeRingTask(this, m_circleTarget.get(), centre, target.angle, target.startAngle, rx, ry));
+    };
+    append(target.radiusX + f, target.radiusY + f);
     // With no spacing the ring count would be an infinite quotient: the target ring stands alone.
-    if (spacing == 0) return;
+    if (spacing == 0) {
+        EnqueueSpread(m_pool, tasks);
+        return;
+    }
     // The most rings a pass may make, less one.
     const double most = std::trunc(maxDist / spacing);
     for (const int dir : {-1, 1}) {
@@ -57,7 +67,7 @@ void MoveEffectFilter::CreateCirclePathTasks() {
             if (rx < 1 || ry < 1) break;
             if (IsEllipseIn(centre, rx, ry, target.angle)) {
                 if (m_param.spcfluct != 0) f = random.Uniform() * m_param.spcfluct * spacing;
-                AppendCircleTask(centre, target.angle, target.startAngle, rx + f, ry + f);
+                append(rx + f, ry + f);
                 seen = true;
             } else if (seen) {
                 break;  // the rings have left the canvas
@@ -65,6 +75,7 @@ void MoveEffectFilter::CreateCirclePathTasks() {
             s += m_param.spcgain;
         }
     }
+    EnqueueSpread(m_pool, tasks);
 }
 
 void MoveEffectFilter::AppendCircleTask(const PathPoint& centre, double angle, double startAngle,

@@ -18,6 +18,7 @@
 
 #include "engine/MoveEffectParam.h"
 #include "guide/PathParser.h"
+#include "taskpool/ThreadPool.h"
 #include "taskpool/ThreadPoolTask.h"
 
 class MoveEffectFilter;
@@ -78,3 +79,9 @@ private:
 std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle,
                                        const PathPoint& centre, double angle, double startAngle,
                                        double radiusX, double radiusY);
+
+// Enqueues a layout's tasks so that the pool's workers start far apart: the list is cut into one
+// run per worker and the runs are interleaved. Neighbouring paths overlap on the canvas; workers on
+// neighbours would keep taking the same cache lines from each other. The result does not depend on
+// the order (coverage keeps the larger byte); only the time does.
+void EnqueueSpread(ThreadPool& pool, std::vector<std::shared_ptr<PathTask>>& tasks);

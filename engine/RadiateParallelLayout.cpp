@@ -1,6 +1,7 @@
 // The two straight arrangements: focus lines radiating from a centre and speed lines stacked side by
 // side. Each line is a copy of the guide, stretched along the line and scaled across it by the
 // curvature, and becomes one PathTask. Both run on the caller's thread before the pool starts.
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <numbers>
@@ -40,6 +41,18 @@ void PlaceGuide(const PathParser& guide, PathTask& task, double scale, double cu
 
 }  // namespace
 
+void EnqueueSpread(ThreadPool& pool, std::vector<std::shared_ptr<PathTask>>& tasks) {
+    const std::size_t runs = std::max<std::size_t>(pool.GetWorkerCount(), 1);
+    const std::size_t length = (tasks.size() + runs - 1) / runs;
+    for (std::size_t step = 0; step < length; ++step) {
+        for (std::size_t run = 0; run < runs; ++run) {
+            const std::size_t i = run * length + step;
+            if (i < tasks.size()) pool.Enqueue(std::move(tasks[i]));
+        }
+    }
+    tasks.clear();
+}
+
 void MoveEffectFilter::CreateRadiatePathTasks() {
     if (!m_radiateTarget || m_guide == nullptr) return;
     BeginStrokePass();
@@ -57,16 +70,18 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
     if (!(step > 0)) return;
     const double scale = (farRadius - nearRadius) / m_guide->GetWidth();
     Random random(0, 1);
+    std::vector<std::shared_ptr<PathTask>> tasks;
     for (double a = firstAngle; a <= firstAngle + 2 * std::numbers::pi; a += step) {
-        if (IsCancelled()) return;
+        if (IsCancelled()) break;
         double angle = a;
         if (m_param.spcfluct != 0) angle = a + (0.5 - random.Uniform() * m_param.spcfluct) * step;
         auto task = std::make_shared<PathTask>(this, nullptr);
         PlaceGuide(
             *m_guide, *task, scale, m_param.curvature, angle,
             PathPoint{centre.x + nearRadius * std::cos(angle), centre.y + nearRadius * std::sin(angle)});
-        m_pool.Enqueue(task);
+        tasks.push_back(std::move(task));
     }
+    EnqueueSpread(m_pool, tasks);
 }
 
 void MoveEffectFilter::CreateParallelPathTasks() {
@@ -84,6 +99,7 @@ void MoveEffectFilter::CreateParallelPathTasks() {
     const double wx = span > 0 ? (across.x - origin.x) / span : 0;
     const double wy = span > 0 ? (across.y - origin.y) / span : 0;
     Random random(0, 1);
+    std::vector<std::shared_ptr<PathTask>> tasks;
     double s = m_param.spacing;
     double offset = 0;
     for (int line = 0; line < kMostParallelLines; ++line) {
@@ -92,12 +108,13 @@ void MoveEffectFilter::CreateParallelPathTasks() {
         auto task = std::make_shared<PathTask>(this, nullptr);
         PlaceGuide(*m_guide, *task, scale, m_param.curvature, angle,
                    PathPoint{origin.x + wx * o, origin.y + wy * o});
-        m_pool.Enqueue(task);
+        tasks.push_back(std::move(task));
         offset += s + m_param.spcgain / 2;
         if (offset > span) break;
         s += m_param.spcgain;
         if (!(s > 0)) break;
     }
+    EnqueueSpread(m_pool, tasks);
 }
 
 // Liang-Barsky: clip a->b against [0, width] x [0, height] and see whether anything is left.
