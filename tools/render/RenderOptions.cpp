@@ -352,7 +352,7 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
     }
 
     if (inputs.empty()) {
-        error = "no input layer given";
+        error = "no input layer given (usage: brivane-render LAYER.png -o OUT.png [options]; see --help)";
         return false;
     }
     if (inputs.size() > 1) {
