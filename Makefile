@@ -54,7 +54,7 @@ format-check: deps
 	@clang-format --dry-run --Werror $(FORMAT_FILES) && echo "clang-format: clean"
 
 bench: build
-	$(BUILD)/bench/brivane_bench_all
+	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b --benchmark_min_time=0.5; done
 
 RENDER  = $(BUILD)/tools/render/brivane-render
 DEMO_OUT ?= out
