@@ -3,7 +3,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <numbers>
 
 namespace brivane::tools {
@@ -11,7 +10,8 @@ namespace {
 
 // Share (0..1) of a pixel inside a shape, from a 4 x 4 grid of samples: soft enough edges that the
 // pictures do not look jagged, and exact to the byte on every machine.
-double Coverage(int x, int y, const std::function<bool(double, double)>& inside) {
+template <typename Inside>
+double Coverage(uint32_t x, uint32_t y, const Inside& inside) {
     int hits = 0;
     for (int j = 0; j < 4; ++j)
         for (int i = 0; i < 4; ++i)
