@@ -352,6 +352,26 @@ TEST(render_guide_test, finds_a_preset_guide_name_beside_the_preset) {
     EXPECT_EQ(guide.GetSegments().size(), 3u);  // move-to and two cubics
 }
 
+TEST(render_guide_test, matches_a_preset_guide_name_as_the_plugin_does_without_letter_case) {
+    TempFolder temp;
+    WriteText(temp / "Wave.SVG", ReadText(kSamples + "wave.svg"));
+    WriteText(temp / "p.ini", "[guide]\nname=wAVE\n");
+    RenderOptions options = Parse({"in.png", "-o", "o.png", "--preset", temp / "p.ini"});
+    PathParser guide;
+    std::string error, file;
+    ASSERT_TRUE(LoadGuide(options, guide, error, &file)) << error;
+    EXPECT_EQ(file, temp / "Wave.SVG");
+    EXPECT_STREQ(options.settings.name, "wAVE");  // saved again as the preset gave it
+
+    WriteText(temp / "p.ini", "[guide]\nname=:c\n");
+    options = Parse({"in.png", "-o", "o.png", "--preset", temp / "p.ini"});
+    EXPECT_EQ(options.guide, ":C");
+
+    WriteText(temp / "p.ini", "[guide]\nname=\n");
+    options = Parse({"in.png", "-o", "o.png", "--guide", ":C", "--preset", temp / "p.ini"});
+    EXPECT_EQ(options.guide, ":C");  // an empty name matches no guide: the current one stays
+}
+
 TEST(render_guide_test, finds_a_bare_name_in_the_plugin_guide_folder) {
     TempFolder temp;
     const char* saved = std::getenv("XDG_DATA_HOME");

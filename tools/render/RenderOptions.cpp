@@ -150,11 +150,24 @@ bool ReadType(std::string_view text, int32_t& type) {
     return false;
 }
 
-// The guide's name as the plug-in keeps it: the built-in names as they are, a file by its name without
-// folder and extension. A name the plug-in could not store is left empty.
+bool IsBuiltIn(const std::string& guide) {
+    return guide == ":S" || guide == ":C";
+}
+
+// The plug-in matches guide names without regard to letter case, the built-in ones included.
+std::string BuiltInOrAsGiven(const std::string& guide) {
+    const std::string lower = Lower(guide);
+    if (lower == ":s") return ":S";
+    if (lower == ":c") return ":C";
+    return guide;
+}
+
+// The guide's name as the plug-in keeps it: a file by its name without folder and extension, a bare
+// name (or a built-in one) as it is. A name the plug-in could not store is left empty.
 void StoreGuideName(const std::string& guide, P& settings) {
     std::string name = guide;
-    if (guide != ":S" && guide != ":C") name = std::filesystem::path(guide).stem().string();
+    const std::filesystem::path path(guide);
+    if (guide.find('/') != std::string::npos || path.extension() == ".svg") name = path.stem().string();
     if (name.size() > kIniNameMaxLength) name.clear();
     std::memset(settings.name, 0, sizeof settings.name);
     name.copy(settings.name, name.size());
@@ -172,10 +185,12 @@ void ApplyPreset(const P& preset, const MoveEffectIniReadFlag& read, const std::
         options.points[i] = {points[i]->x, points[i]->y, true, true};
         options.pointGiven[i] = true;
     }
-    if (read.name) {
-        std::memcpy(s.name, preset.name, sizeof s.name);
-        options.guide = preset.name;
-        options.guideFolder = folder;
+    // The plug-in ignores a guide name that matches none of its guides; an empty one never does.
+    if (read.name && preset.name[0] != '\0') {
+        options.guide = BuiltInOrAsGiven(preset.name);
+        options.guideFolder = IsBuiltIn(options.guide) ? "" : folder;
+        std::memset(s.name, 0, sizeof s.name);
+        options.guide.copy(s.name, sizeof s.name - 1);
     }
     if (read.curvature) s.curvature = preset.curvature;
     if (read.size) s.size = preset.size;
@@ -283,9 +298,9 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
                 error = key + ": empty guide name";
                 return false;
             }
-            options.guide = value;
+            options.guide = BuiltInOrAsGiven(value);
             options.guideFolder.clear();
-            StoreGuideName(value, options.settings);
+            StoreGuideName(options.guide, options.settings);
         } else if (key == "--color" || key == "--background") {
             if (!takeValue(value)) return false;
             Rgb color;

@@ -20,19 +20,38 @@ bool IsBuiltInGuide(const std::string& name) {
     return name == ":S" || name == ":C";
 }
 
-// Where a guide given by name or path may be found, in the order tried.
-std::vector<std::string> GuideCandidates(const RenderOptions& options) {
-    const std::string& spec = options.guide;
-    const bool bare = spec.find('/') == std::string::npos && fs::path(spec).extension() != ".svg";
-    std::vector<std::string> candidates;
-    if (options.guideFolder.empty()) {
-        candidates.push_back(spec);
-        if (bare) candidates.push_back(spec + ".svg");
-    } else {
-        candidates.push_back((fs::path(options.guideFolder) / (spec + ".svg")).string());
+// A bare guide name is matched as the plug-in matches it against its guide list: against the file names
+// without ".svg", letter case ignored, first match in listing order.
+std::string FindGuideByName(const std::string& folder, const std::string& name) {
+    const std::u16string wanted = ToLowerCase(Utf8ToUtf16(name));
+    for (const std::u16string& path : EnumFiles(Utf8ToUtf16(folder), u".svg")) {
+        std::error_code ec;
+        if (ToLowerCase(GetFileNameWithoutExt(path)) == wanted && fs::is_regular_file(Utf16ToUtf8(path), ec))
+            return Utf16ToUtf8(path);
     }
-    if (bare) candidates.push_back(Utf16ToUtf8(GetPluginDataPath(Utf8ToUtf16(spec), false)));
-    return candidates;
+    return {};
+}
+
+// The guide file the options name, or empty. From the command line the name may be a path; a bare name
+// (no folder, no ".svg") is looked up in the preset's folder (or the current one) and then in the
+// plug-in's guide folder.
+std::string FindGuideFile(const RenderOptions& options, std::string& places) {
+    const std::string& spec = options.guide;
+    std::error_code ec;
+    if (options.guideFolder.empty()) {
+        places = spec;
+        if (fs::is_regular_file(spec, ec)) return spec;
+    }
+    const bool bare = spec.find('/') == std::string::npos && fs::path(spec).extension() != ".svg";
+    if (!bare) return {};
+    const std::string folder = options.guideFolder.empty() ? "." : options.guideFolder;
+    const std::string pluginFolder = Utf16ToUtf8(GetPluginDir(false));
+    places = folder + "/" + spec + ".svg and in " + pluginFolder;
+    for (const std::string& where : {folder, pluginFolder}) {
+        const std::string found = FindGuideByName(where, spec);
+        if (!found.empty()) return found;
+    }
+    return {};
 }
 
 bool SameFile(const std::string& a, const std::string& b) {
@@ -75,17 +94,10 @@ bool LoadGuide(const RenderOptions& options, PathParser& guide, std::string& err
         guide.LoadFromFile(Utf8ToUtf16(options.guide));
         return true;
     }
-    std::string path;
-    for (const std::string& candidate : GuideCandidates(options)) {
-        std::error_code ec;
-        if (fs::is_regular_file(candidate, ec)) {
-            path = candidate;
-            break;
-        }
-    }
+    std::string places;
+    const std::string path = FindGuideFile(options, places);
     if (path.empty()) {
-        error = "guide '" + options.guide + "' not found (looked for " + GuideCandidates(options).front() +
-                (GuideCandidates(options).size() > 1 ? " and in the plug-in's guide folder)" : ")");
+        error = "guide '" + options.guide + "' not found (looked for " + places + ")";
         return false;
     }
     std::ifstream in(path, std::ios::binary);
