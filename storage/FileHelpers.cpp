@@ -1,0 +1,186 @@
+#include "storage/FileHelpers.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <new>
+
+#include "bridge/PlatformBridge.h"
+
+namespace {
+
+// Files are read in slices so that a size the system reports wrongly (some file systems report a huge
+// size for a folder) never leads to one giant allocation: memory grows only with the bytes really read.
+constexpr std::size_t kReadSlice = std::size_t{1} << 20;
+
+// Reads up to the size the stream reports at its end. False when the file cannot be opened.
+bool ReadFileBytes(const char* utf8Path, std::string& bytes) {
+    bytes.clear();
+    std::ifstream file(utf8Path, std::ios::in | std::ios::binary);
+    if (!file.is_open()) return false;
+    file.seekg(0, std::ios::end);
+    const std::streamoff size = file.tellg();
+    if (size <= 0) return true;
+    file.seekg(0, std::ios::beg);
+    try {
+        const auto total = static_cast<std::size_t>(size);
+        while (bytes.size() < total) {
+            const std::size_t offset = bytes.size();
+            const std::size_t want = std::min(kReadSlice, total - offset);
+            bytes.resize(offset + want);
+            file.read(bytes.data() + offset, static_cast<std::streamsize>(want));
+            const auto got = static_cast<std::size_t>(file.gcount());
+            bytes.resize(offset + got);
+            if (got < want) break;
+        }
+    } catch (const std::exception&) {  // bad_alloc, length_error: nothing usable was read
+        bytes.clear();
+    }
+    return true;
+}
+
+const uint16_t* Units(const std::u16string& text) {
+    return reinterpret_cast<const uint16_t*>(text.data());
+}
+
+// Bridge buffers released whichever way the copy ends.
+struct Utf8Releaser {
+    void operator()(char* text) const { ST_FreeUtf8(text); }
+};
+struct Utf16Releaser {
+    void operator()(uint16_t* units) const { ST_FreeUtf16(units); }
+};
+using BridgeUtf8 = std::unique_ptr<char, Utf8Releaser>;
+using BridgeUtf16 = std::unique_ptr<uint16_t, Utf16Releaser>;
+
+// Only A to Z, as the classic "C" classification maps them.
+char16_t LowerAscii(char16_t c) {
+    return (c >= u'A' && c <= u'Z') ? static_cast<char16_t>(c + 32) : c;
+}
+
+}  // namespace
+
+std::u16string GetAppDirectory() {
+    const BridgeUtf8 path(ST_GetAppSupportPath());
+    if (path == nullptr) return {};
+    return Utf8ToUtf16(path.get());
+}
+
+std::u16string GetPluginDir(bool preset) {
+    return GetAppDirectory() + u"/quorvel/brivane/" + (preset ? u"preset/" : u"guide/");
+}
+
+std::u16string GetPluginDataPath(const std::u16string& name, bool preset) {
+    return GetPluginDir(preset) + name + (preset ? u".ini" : u".svg");
+}
+
+std::u16string GetIniFilePath(const std::u16string& name) {
+    return GetPluginDir(true) + name + u".ini";
+}
+
+bool FileExists(const std::u16string& path) {
+    if (path.empty()) return false;
+    struct stat info;
+    return stat(Utf16ToUtf8(path).c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+bool CreateDataDirectory(const std::u16string& path) {
+    if (path.empty()) return false;
+    return ST_CreateDirectory(Utf16ToUtf8(path).c_str());
+}
+
+std::vector<std::u16string> EnumFiles(const std::u16string& folder, const std::u16string& extension) {
+    std::vector<std::u16string> paths;
+    int32_t count = 0;
+    uint16_t** files = ST_EnumFiles(Utf16ToUtf8(folder).c_str(), Utf16ToUtf8(extension).c_str(), &count);
+    if (files == nullptr || count < 1) return paths;
+    try {
+        paths.reserve(static_cast<std::size_t>(count));
+        for (int32_t i = 0; i < count; ++i) {
+            if (files[i] != nullptr) paths.emplace_back(reinterpret_cast<const char16_t*>(files[i]));
+        }
+    } catch (const std::bad_alloc&) {
+        paths.clear();
+    }
+    ST_FreeEnumFiles(files, count);
+    return paths;
+}
+
+bool HasExtension(const std::u16string& path, const std::u16string& extension) {
+    if (path.size() < extension.size()) return false;
+    auto p = path.rbegin();
+    for (auto e = extension.rbegin(); e != extension.rend(); ++e, ++p) {
+        if (LowerAscii(*p) != LowerAscii(*e)) return false;
+    }
+    return true;
+}
+
+std::u16string GetFileNameWithoutExt(const std::u16string& path) {
+    const std::size_t separator = path.find_last_of(u"/\\");
+    const std::u16string name = separator == std::u16string::npos ? path : path.substr(separator + 1);
+    const std::size_t dot = name.rfind(u'.');
+    if (dot == std::u16string::npos || dot == 0) return name;
+    return name.substr(0, dot);
+}
+
+std::string ReadAllText(const std::string& utf8Path) {
+    std::string bytes;
+    ReadFileBytes(utf8Path.c_str(), bytes);
+    return bytes;
+}
+
+std::string ReadAllText(const std::u16string& path) {
+    return ReadAllText(Utf16ToUtf8(path));
+}
+
+void ReadAllText(const char* utf8Path, char** out) {
+    if (utf8Path == nullptr || out == nullptr) return;
+    std::string bytes;
+    if (!ReadFileBytes(utf8Path, bytes)) return;
+    char* copy = new (std::nothrow) char[bytes.size()];
+    if (copy == nullptr) return;
+    bytes.copy(copy, bytes.size());
+    *out = copy;
+}
+
+bool WriteAllText(const std::u16string& path, const std::string& text) {
+    std::ofstream file(Utf16ToUtf8(path), std::ios::out | std::ios::binary | std::ios::trunc);
+    if (!file.is_open()) return false;
+    file.write(text.data(), static_cast<std::streamsize>(text.size()));
+    return !file.fail();
+}
+
+bool WriteBinaryFile(const char* /*utf8Path*/, const void* /*data*/, std::size_t /*count*/) {
+    return true;
+}
+
+std::u16string ToLowerCase(const std::u16string& text) {
+    if (text.empty()) return {};
+    // Folding can lengthen a text: three units per unit covers every case mapping, plus some slack.
+    if (text.size() > static_cast<std::size_t>((INT32_MAX - 16) / 3)) return {};
+    std::u16string folded(text.size() * 3 + 16, u'\0');
+    const int32_t written =
+        ST_ToLowerCase(Units(text), static_cast<int32_t>(text.size()),
+                       reinterpret_cast<uint16_t*>(folded.data()), static_cast<int32_t>(folded.size()));
+    if (written < 0) return {};
+    folded.resize(static_cast<std::size_t>(written));
+    return folded;
+}
+
+std::string Utf16ToUtf8(const std::u16string& text) {
+    if (text.empty() || text.size() > static_cast<std::size_t>(INT32_MAX)) return {};
+    const BridgeUtf8 bytes(ST_Utf16ToUtf8(Units(text), static_cast<int32_t>(text.size())));
+    if (bytes == nullptr) return {};
+    return std::string(bytes.get());
+}
+
+std::u16string Utf8ToUtf16(const std::string& text) {
+    int32_t count = 0;
+    const BridgeUtf16 units(ST_Utf8ToUtf16(text.c_str(), &count));
+    if (units == nullptr || count <= 0) return {};
+    return std::u16string(reinterpret_cast<const char16_t*>(units.get()), static_cast<std::size_t>(count));
+}

@@ -1,0 +1,163 @@
+#include "taskpool/ThreadPool.h"
+
+#include <chrono>
+#include <future>
+#include <utility>
+
+namespace {
+
+// Pause between sweeps over the futures of a pass: the host's progress display needs no more than
+// about a hundred refreshes a second, and the caller's thread stays mostly idle.
+constexpr std::chrono::milliseconds kPollInterval{10};
+
+unsigned DefaultWorkerCount() {
+    return std::thread::hardware_concurrency();
+}
+
+}  // namespace
+
+ThreadPool::ThreadPool() : ThreadPool(DefaultWorkerCount()) {}
+
+ThreadPool::ThreadPool(unsigned workerCount) {
+    StartWorkers(workerCount == 0 ? kFallbackWorkerCount : workerCount);
+}
+
+// Workers are made once per pool, never per pass. If the platform refuses a thread, the ones already
+// started are stopped again so the error can reach the creator instead of ending the process.
+void ThreadPool::StartWorkers(unsigned count) {
+    m_workers.reserve(count);
+    try {
+        for (unsigned i = 0; i < count; ++i)
+            m_workers.emplace_back([this] { WorkerLoop(); });
+    } catch (...) {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_stop = true;
+        }
+        m_condition.notify_all();
+        for (std::thread& worker : m_workers)
+            worker.join();
+        throw;
+    }
+}
+
+// noexcept: a failure to lock or join ends the process rather than leaving threads behind.
+ThreadPool::~ThreadPool() {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_condition.notify_all();
+    for (std::thread& worker : m_workers)
+        worker.join();
+}
+
+// Runs on each worker thread. With the pool stopping, jobs still queued are taken first, so nothing
+// that was handed out is dropped.
+void ThreadPool::WorkerLoop() {
+    for (;;) {
+        std::function<void()> job;
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_condition.wait(lock, [this] { return m_stop || !m_jobs.empty(); });
+            if (m_stop && m_jobs.empty()) return;
+            job = std::move(m_jobs.front());
+            m_jobs.pop_front();
+        }
+        job();
+    }
+}
+
+void ThreadPool::Enqueue(std::shared_ptr<ThreadPoolTask> task) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_tasks.push_back(std::move(task));
+}
+
+void ThreadPool::SetProgressCallback(ProgressCallback callback, void* userData) {
+    m_progressCallback = callback;
+    m_userData = userData;
+}
+
+void ThreadPool::Run() {
+    m_completedTasks.exchange(0);
+
+    std::vector<std::future<void>> futures;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        futures.reserve(m_tasks.size());
+        while (!m_tasks.empty()) {
+            std::shared_ptr<ThreadPoolTask> task = std::move(m_tasks.front());
+            m_tasks.pop_front();
+            m_running.push_back(task);
+            // The job owns its task, so a task whose future was abandoned (after an exception) stays
+            // alive until a worker has finished it.
+            auto packaged = std::make_shared<std::packaged_task<void()>>([task] { task->Run(); });
+            futures.push_back(packaged->get_future());
+            m_jobs.emplace_back([packaged] { (*packaged)(); });
+        }
+    }
+    m_condition.notify_all();
+
+    const int total = static_cast<int>(futures.size());
+    int done = 0;
+    while (!futures.empty()) {
+        std::size_t i = 0;
+        while (i < futures.size()) {
+            if (futures[i].wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+                ++i;
+                continue;
+            }
+            futures[i].get();  // rethrows the task's exception and leaves the pass
+            ++done;
+            if (m_progressCallback != nullptr && m_progressCallback(total, done, m_userData) == 0) Cancel();
+            // Swap-remove; the future moved into slot i is examined next.
+            if (i + 1 < futures.size()) std::swap(futures[i], futures.back());
+            futures.pop_back();
+        }
+        if (!futures.empty()) std::this_thread::sleep_for(kPollInterval);
+    }
+
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_running.clear();
+}
+
+// Meant for a pool that no other thread feeds; the queue is still touched only under the lock, so a
+// Cancel from another thread cannot tear it.
+void ThreadPool::RunAsSingleThread() {
+    m_completedTasks.exchange(0);
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_totalTasks.exchange(static_cast<int32_t>(m_tasks.size()));
+    }
+
+    for (;;) {
+        std::shared_ptr<ThreadPoolTask> task;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_tasks.empty()) break;
+            task = std::move(m_tasks.front());
+            m_tasks.pop_front();
+            m_running.push_back(task);
+        }
+        task->Run();
+        const int previous = m_completedTasks.fetch_add(1);
+        if (m_progressCallback != nullptr &&
+            m_progressCallback(m_totalTasks.load(), previous + 1, m_userData) == 0) {
+            Cancel();
+            break;
+        }
+    }
+
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_running.clear();
+}
+
+void ThreadPool::Cancel() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    while (!m_tasks.empty()) {
+        m_tasks.front()->Cancel();
+        m_tasks.pop_front();
+    }
+    for (const std::shared_ptr<ThreadPoolTask>& task : m_running)
+        task->Cancel();
+}

@@ -1,0 +1,76 @@
+// A fixed set of worker threads that runs queued ThreadPoolTasks in passes.
+//
+//   ThreadPool pool;
+//   pool.SetProgressCallback(OnProgress, self);   // int OnProgress(int total, int done, void* user)
+//   pool.Enqueue(std::make_shared<MyTask>(...));  // queued tasks wait for the next pass
+//   pool.Run();                                   // blocks; progress is reported on this thread
+//
+// A progress callback that answers 0 cancels every task of the pass; cancelled tasks are still
+// waited for, so Run returns only when no worker touches them any more.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "taskpool/ThreadPoolTask.h"
+
+class ThreadPool {
+public:
+    using ProgressCallback = int (*)(int total, int completed, void* userData);
+
+    // Worker count used when the platform cannot tell its number of cores.
+    static constexpr unsigned kFallbackWorkerCount = 4;
+
+    // Starts hardware_concurrency() workers, or kFallbackWorkerCount when that reports 0.
+    ThreadPool();
+    // Starts `workerCount` workers (kFallbackWorkerCount when 0); lets tests pin the count.
+    explicit ThreadPool(unsigned workerCount);
+    // Lets the workers drain every job already handed to them, then joins them.
+    ~ThreadPool();
+
+    ThreadPool(const ThreadPool&) = delete;
+    ThreadPool& operator=(const ThreadPool&) = delete;
+
+    // Queues a task for the next pass; no worker is woken.
+    void Enqueue(std::shared_ptr<ThreadPoolTask> task);
+    // Not synchronised: set it between passes, from the thread that runs them.
+    void SetProgressCallback(ProgressCallback callback, void* userData);
+
+    // Runs every queued task on the workers and returns when all have finished. Progress is reported
+    // on the calling thread, once per finished task. A task's exception is rethrown here.
+    void Run();
+    // Runs every queued task on the calling thread, in queue order. Meant for a pool that no other
+    // thread feeds. Keeps GetTotalTasks()/GetCompletedTasks() up to date, unlike Run.
+    void RunAsSingleThread();
+    // Cancels every queued task (which is then dropped) and every task of the pass in progress.
+    // Safe from the progress callback and from other threads.
+    void Cancel();
+
+    int GetCompletedTasks() const { return m_completedTasks.load(); }
+    int GetTotalTasks() const { return m_totalTasks.load(); }
+    std::size_t GetWorkerCount() const { return m_workers.size(); }
+
+private:
+    void StartWorkers(unsigned count);
+    // Worker-thread loop: takes jobs until the pool stops and the job queue is empty.
+    void WorkerLoop();
+
+    std::vector<std::thread> m_workers;
+    std::deque<std::shared_ptr<ThreadPoolTask>> m_tasks;     // queued, not yet started
+    std::deque<std::function<void()>> m_jobs;                // what the workers execute
+    std::vector<std::shared_ptr<ThreadPoolTask>> m_running;  // the pass in progress, for Cancel
+    std::mutex m_mutex;                                      // guards the queues above and m_stop
+    std::condition_variable m_condition;                     // idle workers wait here
+    bool m_stop = false;
+    std::atomic<int32_t> m_totalTasks{0};      // tasks of the last single-threaded pass
+    std::atomic<int32_t> m_completedTasks{0};  // finished in the last single-threaded pass
+    void* m_userData = nullptr;
+    ProgressCallback m_progressCallback = nullptr;
+};

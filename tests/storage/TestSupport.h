@@ -1,0 +1,124 @@
+// Test support shared by the storage and guide reader tests: a throw-away data home and a locale with a
+// decimal comma.
+#pragma once
+
+#include <clocale>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <locale>
+#include <optional>
+#include <string>
+
+#include "storage/FileHelpers.h"
+
+namespace brivane_test {
+
+// Points XDG_DATA_HOME at a fresh temporary folder for the life of the object, so that tests never touch
+// the real data folders, and creates the preset and guide folders inside it.
+class ScratchDataHome {
+public:
+    ScratchDataHome() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "brivane_home.XXXXXX").string();
+        root_ = mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
+        if (const char* old = std::getenv("XDG_DATA_HOME")) old_ = old;
+        setenv("XDG_DATA_HOME", root_.c_str(), 1);
+        CreateDataDirectory(GetPluginDir(true));
+        CreateDataDirectory(GetPluginDir(false));
+    }
+    ~ScratchDataHome() {
+        if (old_) {
+            setenv("XDG_DATA_HOME", old_->c_str(), 1);
+        } else {
+            unsetenv("XDG_DATA_HOME");
+        }
+        std::error_code ignored;
+        if (!root_.empty()) std::filesystem::remove_all(root_, ignored);
+    }
+    ScratchDataHome(const ScratchDataHome&) = delete;
+    ScratchDataHome& operator=(const ScratchDataHome&) = delete;
+
+    const std::string& root() const { return root_; }
+    std::string PresetPath(const std::string& name) const {
+        return root_ + "/quorvel/brivane/preset/" + name + ".ini";
+    }
+    std::string GuidePath(const std::string& name) const {
+        return root_ + "/quorvel/brivane/guide/" + name + ".svg";
+    }
+    void WritePreset(const std::string& name, const std::string& bytes) const {
+        Write(PresetPath(name), bytes);
+    }
+    void WriteGuide(const std::string& name, const std::string& bytes) const {
+        Write(GuidePath(name), bytes);
+    }
+
+    static void Write(const std::string& path, const std::string& bytes) {
+        std::ofstream(path, std::ios::binary | std::ios::trunc)
+            .write(bytes.data(), std::streamsize(bytes.size()));
+    }
+    static std::string Read(const std::string& path) {
+        std::ifstream file(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    }
+
+private:
+    std::string root_;
+    std::optional<std::string> old_;
+};
+
+// Switches both the C library and the C++ global locale to one whose decimal point is a comma, for the
+// life of the object, and back to "C" afterwards. When no such locale is installed and the system has
+// the locale sources, one is compiled into a temporary folder (LOCPATH). active() is false when neither
+// works; the caller then skips.
+class DecimalCommaLocale {
+public:
+    DecimalCommaLocale() {
+        if (TryNames()) return;
+        if (std::system("command -v localedef >/dev/null 2>&1") != 0) return;
+        if (!std::filesystem::exists("/usr/share/i18n/locales/de_DE")) return;
+        std::string pattern = (std::filesystem::temp_directory_path() / "brivane_locale.XXXXXX").string();
+        if (mkdtemp(pattern.data()) == nullptr) return;
+        compiled_ = pattern;
+        const std::string command =
+            "localedef -i de_DE -f UTF-8 '" + compiled_ + "/de_DE.UTF-8' >/dev/null 2>&1";
+        if (std::system(command.c_str()) != 0 && !std::filesystem::exists(compiled_ + "/de_DE.UTF-8")) return;
+        setenv("LOCPATH", compiled_.c_str(), 1);
+        TryNames();
+    }
+    ~DecimalCommaLocale() {
+        std::setlocale(LC_ALL, "C");
+        std::locale::global(std::locale::classic());
+        if (!compiled_.empty()) {
+            unsetenv("LOCPATH");
+            std::error_code ignored;
+            std::filesystem::remove_all(compiled_, ignored);
+        }
+    }
+    DecimalCommaLocale(const DecimalCommaLocale&) = delete;
+    DecimalCommaLocale& operator=(const DecimalCommaLocale&) = delete;
+
+    bool active() const { return active_; }
+
+private:
+    bool TryNames() {
+        for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "nl_NL.UTF-8",
+                                 "ru_RU.UTF-8", "de_DE", "fr_FR"}) {
+            if (std::setlocale(LC_ALL, name) == nullptr) continue;
+            if (std::localeconv()->decimal_point[0] != ',') continue;
+            try {
+                std::locale::global(std::locale(name));
+            } catch (const std::runtime_error&) {
+                continue;
+            }
+            active_ = true;
+            return true;
+        }
+        std::setlocale(LC_ALL, "C");
+        return false;
+    }
+
+    bool active_ = false;
+    std::string compiled_;
+};
+
+}  // namespace brivane_test

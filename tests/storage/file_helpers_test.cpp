@@ -1,0 +1,196 @@
+#include "storage/FileHelpers.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/storage/TestSupport.h"
+
+namespace fs = std::filesystem;
+using brivane_test::ScratchDataHome;
+using ::testing::ElementsAreArray;
+using ::testing::EndsWith;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+namespace {
+
+std::u16string U16(const std::string& utf8) {
+    return Utf8ToUtf16(utf8);
+}
+
+std::vector<std::string> ToUtf8(const std::vector<std::u16string>& paths) {
+    std::vector<std::string> result;
+    for (const auto& path : paths)
+        result.push_back(Utf16ToUtf8(path));
+    return result;
+}
+
+}  // namespace
+
+TEST(file_helpers_test, data_paths_lie_under_the_data_home) {
+    ScratchDataHome home;
+    EXPECT_EQ(Utf16ToUtf8(GetAppDirectory()), home.root());
+    EXPECT_EQ(Utf16ToUtf8(GetPluginDir(true)), home.root() + "/quorvel/brivane/preset/");
+    EXPECT_EQ(Utf16ToUtf8(GetPluginDir(false)), home.root() + "/quorvel/brivane/guide/");
+    EXPECT_THAT(Utf16ToUtf8(GetPluginDataPath(u"abc", false)), EndsWith("/quorvel/brivane/guide/abc.svg"));
+    EXPECT_EQ(Utf16ToUtf8(GetPluginDataPath(u"abc", true)), home.PresetPath("abc"));
+    EXPECT_EQ(GetIniFilePath(u"abc"), GetPluginDataPath(u"abc", true));
+}
+
+TEST(file_helpers_test, without_any_home_the_data_folders_start_at_the_root) {
+    ScratchDataHome home;  // restores XDG_DATA_HOME afterwards
+    const char* oldHome = std::getenv("HOME");
+    const std::string savedHome = oldHome != nullptr ? oldHome : "";
+    unsetenv("XDG_DATA_HOME");
+    unsetenv("HOME");
+    EXPECT_EQ(GetAppDirectory(), u"");
+    EXPECT_EQ(GetPluginDir(true), u"/quorvel/brivane/preset/");
+    if (oldHome != nullptr) setenv("HOME", savedHome.c_str(), 1);
+}
+
+TEST(file_helpers_test, base_name_drops_folder_and_last_extension) {
+    EXPECT_EQ(GetFileNameWithoutExt(u"/x/quorvel/brivane/guide/wave.alt.svg"), u"wave.alt");
+    EXPECT_EQ(GetFileNameWithoutExt(u"C:\\x\\a.ini"), u"a");
+    EXPECT_EQ(GetFileNameWithoutExt(u".ini"), u".ini");
+    EXPECT_EQ(GetFileNameWithoutExt(u"/p/.ini"), u".ini");
+    EXPECT_EQ(GetFileNameWithoutExt(u"noext"), u"noext");
+    EXPECT_EQ(GetFileNameWithoutExt(u"dir.d/file"), u"file");
+    EXPECT_EQ(GetFileNameWithoutExt(u"dir/"), u"");
+    EXPECT_EQ(GetFileNameWithoutExt(u"a..b"), u"a.");
+}
+
+TEST(file_helpers_test, extension_test_is_a_suffix_test_ignoring_ascii_case_only) {
+    EXPECT_TRUE(HasExtension(u"x.SVG", u".svg"));
+    EXPECT_FALSE(HasExtension(u"svg", u".svg"));
+    EXPECT_TRUE(HasExtension(u"x", u""));
+    EXPECT_TRUE(HasExtension(u"xsvg", u"svg"));  // no "." required
+    EXPECT_FALSE(HasExtension(u"x.svgz", u".svg"));
+    EXPECT_FALSE(HasExtension(u"x.ÄB", u".äb"));  // only A to Z match across case
+}
+
+TEST(file_helpers_test, listing_a_missing_folder_gives_an_empty_list) {
+    ScratchDataHome home;
+    EXPECT_THAT(EnumFiles(U16(home.root() + "/missing"), u".ini"), IsEmpty());
+}
+
+TEST(file_helpers_test, listing_folds_extension_case_and_keeps_sub_folders) {
+    ScratchDataHome home;
+    const std::string dir = home.root() + "/list";
+    fs::create_directory(dir);
+    for (const char* name : {"A.INI", "b.ini", "c.txt"})
+        ScratchDataHome::Write(dir + "/" + name, "x");
+    fs::create_directory(dir + "/d.ini");
+    EXPECT_THAT(ToUtf8(EnumFiles(U16(dir), u".ini")),
+                UnorderedElementsAre(dir + "/A.INI", dir + "/b.ini", dir + "/d.ini"));
+}
+
+TEST(file_helpers_test, listing_keeps_the_order_in_which_the_system_lists_the_folder) {
+    ScratchDataHome home;
+    const std::string dir = home.root() + "/order";
+    fs::create_directory(dir);
+    for (const char* name : {"m.svg", "b.svg", "z.svg", "a.svg", "q.svg", "k.svg"}) {
+        ScratchDataHome::Write(dir + "/" + name, "x");
+    }
+    std::vector<std::string> systemOrder;
+    for (const auto& entry : fs::directory_iterator(dir))
+        systemOrder.push_back(entry.path().string());
+    EXPECT_THAT(ToUtf8(EnumFiles(U16(dir), u".svg")), ElementsAreArray(systemOrder));
+}
+
+TEST(file_helpers_test, reading_gives_the_bytes_as_they_stand) {
+    ScratchDataHome home;
+    const std::string path = home.root() + "/bom.ini";
+    const std::string bytes("\xEF\xBB\xBF[guide]\r\nname=a\0b\n", 22);
+    ScratchDataHome::Write(path, bytes);
+    EXPECT_EQ(ReadAllText(path), bytes);
+    EXPECT_EQ(ReadAllText(U16(path)), bytes);
+    EXPECT_EQ(ReadAllText(path).substr(0, 3), "\xEF\xBB\xBF");
+
+    char* buffer = nullptr;
+    ReadAllText(path.c_str(), &buffer);
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(std::string(buffer, bytes.size()), bytes);
+    delete[] buffer;
+}
+
+TEST(file_helpers_test, reading_what_cannot_be_opened_gives_nothing_and_leaves_the_buffer_alone) {
+    ScratchDataHome home;
+    const std::string missing = home.root() + "/missing.ini";
+    EXPECT_EQ(ReadAllText(missing), "");
+    EXPECT_EQ(ReadAllText(U16(missing)), "");
+    EXPECT_EQ(ReadAllText(home.root()), "");  // a folder has no bytes to give
+    char sentinel = 0;
+    char* buffer = &sentinel;
+    ReadAllText(missing.c_str(), &buffer);
+    EXPECT_EQ(buffer, &sentinel);
+    ReadAllText(nullptr, &buffer);
+    EXPECT_EQ(buffer, &sentinel);
+}
+
+TEST(file_helpers_test, writing_replaces_the_file_with_the_exact_bytes) {
+    ScratchDataHome home;
+    const std::string path = home.root() + "/out.ini";
+    ScratchDataHome::Write(path, "an older and longer content");
+    const std::string bytes("a\r\nb\0c", 6);
+    ASSERT_TRUE(WriteAllText(U16(path), bytes));
+    EXPECT_EQ(ScratchDataHome::Read(path), bytes);
+}
+
+TEST(file_helpers_test, writing_into_a_missing_folder_fails) {
+    ScratchDataHome home;
+    EXPECT_FALSE(WriteAllText(U16(home.root() + "/no/such/folder/a.ini"), "x"));
+    EXPECT_FALSE(fs::exists(home.root() + "/no"));
+}
+
+TEST(file_helpers_test, binary_writing_is_a_stub_that_writes_nothing) {
+    ScratchDataHome home;
+    const std::string path = home.root() + "/blob.bin";
+    EXPECT_TRUE(WriteBinaryFile(path.c_str(), "abc", 3));
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST(file_helpers_test, only_regular_files_exist) {
+    ScratchDataHome home;
+    const std::string path = home.root() + "/file.ini";
+    ScratchDataHome::Write(path, "x");
+    EXPECT_TRUE(FileExists(U16(path)));
+    EXPECT_FALSE(FileExists(U16(home.root())));
+    EXPECT_FALSE(FileExists(U16(home.root() + "/missing")));
+    EXPECT_FALSE(FileExists(u""));
+}
+
+TEST(file_helpers_test, data_folders_are_created_with_their_parents) {
+    ScratchDataHome home;
+    EXPECT_TRUE(fs::is_directory(home.root() + "/quorvel/brivane/preset"));
+    EXPECT_TRUE(fs::is_directory(home.root() + "/quorvel/brivane/guide"));
+    EXPECT_TRUE(CreateDataDirectory(GetPluginDir(true)));  // already there
+    EXPECT_TRUE(CreateDataDirectory(U16(home.root() + "/x/y/z")));
+    EXPECT_TRUE(fs::is_directory(home.root() + "/x/y/z"));
+    EXPECT_FALSE(CreateDataDirectory(u""));
+}
+
+TEST(file_helpers_test, utf8_conversion_repairs_invalid_bytes_and_stops_at_nul) {
+    EXPECT_EQ(Utf8ToUtf16(""), u"");
+    EXPECT_EQ(Utf8ToUtf16("a\xFF"
+                          "b"),
+              u"a\uFFFDb");
+    EXPECT_EQ(Utf8ToUtf16(std::string("ab\0cd", 5)), u"ab");
+    EXPECT_EQ(Utf8ToUtf16("Gr\xC3\xBC\xC3\x9F \xF0\x9F\x98\x80"), u"Grüß \U0001F600");
+}
+
+TEST(file_helpers_test, utf16_conversion_repairs_unpaired_surrogates) {
+    EXPECT_EQ(Utf16ToUtf8(u""), "");
+    EXPECT_EQ(Utf16ToUtf8(std::u16string{u'a', char16_t(0xD800)}), "a\xEF\xBF\xBD");
+    EXPECT_EQ(Utf16ToUtf8(u"Grüß"), "Gr\xC3\xBC\xC3\x9F");
+}
+
+TEST(file_helpers_test, lower_casing_folds_without_a_locale) {
+    EXPECT_EQ(ToLowerCase(u""), u"");
+    EXPECT_EQ(ToLowerCase(u"MyGuide"), u"myguide");
+    EXPECT_EQ(ToLowerCase(u"STRAßE"), u"strasse");
+    EXPECT_EQ(ToLowerCase(std::u16string(100, u'ß')), std::u16string(200, u's'));
+}

@@ -1,0 +1,531 @@
+#include "storage/Preset.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "storage/FileHelpers.h"
+#include "tests/storage/TestSupport.h"
+
+using brivane_test::DecimalCommaLocale;
+using brivane_test::ScratchDataHome;
+using ::testing::MatchesRegex;
+
+namespace {
+
+// The file that SavePreset writes for a fresh default record.
+const std::string kDefaultPresetFile =
+    "[guide]\n"
+    "type=radiate\n"
+    "p1=0.5,0.5\n"
+    "p2=0.5,0.325\n"
+    "p3=0.5,0.125\n"
+    "name=:S\n"
+    "curvature=1\n"
+    "\n"
+    "[pen]\n"
+    "size=2\n"
+    "hardness=1\n"
+    "fluction=0\n"
+    "in=500\n"
+    "out=500\n"
+    "asdist=false\n"
+    "easing=false\n"
+    "\n"
+    "[line]\n"
+    "position=0\n"
+    "posfluct=0\n"
+    "length=10\n"
+    "lenfluct=0\n"
+    "spacing=50\n"
+    "spcfluct=0\n"
+    "lengain=0\n"
+    "spcgain=0\n"
+    "connect=true\n";
+
+MoveEffectIniParam DefaultPreset() {
+    MoveEffectIniParam param;
+    GetDefaultPreset(&param);
+    return param;
+}
+
+MoveEffectIniParam Garbage() {
+    MoveEffectIniParam param;
+    std::memset(&param, 0x5A, sizeof param);
+    return param;
+}
+
+MoveEffectIniReadFlag GarbageFlags() {
+    MoveEffectIniReadFlag flags;
+    std::memset(&flags, 0x5A, sizeof flags);
+    return flags;
+}
+
+bool SameBytes(const MoveEffectIniParam& a, const MoveEffectIniParam& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+constexpr bool MoveEffectIniReadFlag::*kAllFlags[] = {
+    &MoveEffectIniReadFlag::type,     &MoveEffectIniReadFlag::p1,       &MoveEffectIniReadFlag::p2,
+    &MoveEffectIniReadFlag::p3,       &MoveEffectIniReadFlag::name,     &MoveEffectIniReadFlag::curvature,
+    &MoveEffectIniReadFlag::size,     &MoveEffectIniReadFlag::hardness, &MoveEffectIniReadFlag::fluction,
+    &MoveEffectIniReadFlag::in,       &MoveEffectIniReadFlag::out,      &MoveEffectIniReadFlag::asdist,
+    &MoveEffectIniReadFlag::easing,   &MoveEffectIniReadFlag::position, &MoveEffectIniReadFlag::posfluct,
+    &MoveEffectIniReadFlag::length,   &MoveEffectIniReadFlag::lenfluct, &MoveEffectIniReadFlag::spacing,
+    &MoveEffectIniReadFlag::spcfluct, &MoveEffectIniReadFlag::lengain,  &MoveEffectIniReadFlag::spcgain,
+    &MoveEffectIniReadFlag::connect,
+};
+
+int CountFlags(const MoveEffectIniReadFlag& flags) {
+    int set = 0;
+    for (auto flag : kAllFlags)
+        set += flags.*flag ? 1 : 0;
+    return set;
+}
+
+void ExpectSameValues(const MoveEffectIniParam& a, const MoveEffectIniParam& b) {
+    EXPECT_EQ(a.type, b.type);
+    EXPECT_DOUBLE_EQ(a.p1.x, b.p1.x);
+    EXPECT_DOUBLE_EQ(a.p1.y, b.p1.y);
+    EXPECT_DOUBLE_EQ(a.p2.x, b.p2.x);
+    EXPECT_DOUBLE_EQ(a.p2.y, b.p2.y);
+    EXPECT_DOUBLE_EQ(a.p3.x, b.p3.x);
+    EXPECT_DOUBLE_EQ(a.p3.y, b.p3.y);
+    EXPECT_STREQ(a.name, b.name);
+    EXPECT_DOUBLE_EQ(a.curvature, b.curvature);
+    EXPECT_DOUBLE_EQ(a.size, b.size);
+    EXPECT_DOUBLE_EQ(a.hardness, b.hardness);
+    EXPECT_DOUBLE_EQ(a.fluction, b.fluction);
+    EXPECT_EQ(a.in, b.in);
+    EXPECT_EQ(a.out, b.out);
+    EXPECT_EQ(a.asdist, b.asdist);
+    EXPECT_EQ(a.easing, b.easing);
+    EXPECT_EQ(a.position, b.position);
+    EXPECT_DOUBLE_EQ(a.posfluct, b.posfluct);
+    EXPECT_EQ(a.length, b.length);
+    EXPECT_DOUBLE_EQ(a.lenfluct, b.lenfluct);
+    EXPECT_EQ(a.spacing, b.spacing);
+    EXPECT_DOUBLE_EQ(a.spcfluct, b.spcfluct);
+    EXPECT_DOUBLE_EQ(a.lengain, b.lengain);
+    EXPECT_DOUBLE_EQ(a.spcgain, b.spcgain);
+    EXPECT_EQ(a.connect, b.connect);
+}
+
+// Loads the given file content under the name "t".
+struct Loaded {
+    bool ok;
+    MoveEffectIniParam param;
+    MoveEffectIniReadFlag flags;
+};
+
+Loaded LoadText(const ScratchDataHome& home, const std::string& text) {
+    home.WritePreset("t", text);
+    Loaded loaded{false, Garbage(), GarbageFlags()};
+    loaded.ok = LoadPreset(u"t", &loaded.param, &loaded.flags);
+    return loaded;
+}
+
+}  // namespace
+
+TEST(preset_test, default_preset_holds_the_documented_values) {
+    const MoveEffectIniParam param = DefaultPreset();
+    EXPECT_EQ(param.type, 0);
+    EXPECT_STREQ(param.name, ":S");
+    EXPECT_DOUBLE_EQ(param.p2.y, 0.325);
+    EXPECT_EQ(param.in, 500);
+    EXPECT_EQ(param.length, 10);
+    EXPECT_EQ(param.spacing, 50);
+    EXPECT_TRUE(param.connect);
+    EXPECT_FALSE(param.asdist);
+}
+
+TEST(preset_test, default_preset_is_written_byte_for_byte) {
+    ScratchDataHome home;
+    const MoveEffectIniParam param = DefaultPreset();
+    ASSERT_TRUE(SavePreset(u"default", &param));
+    EXPECT_EQ(ScratchDataHome::Read(home.PresetPath("default")), kDefaultPresetFile);
+}
+
+TEST(preset_test, default_preset_reads_back_with_every_flag_set) {
+    ScratchDataHome home;
+    const MoveEffectIniParam saved = DefaultPreset();
+    ASSERT_TRUE(SavePreset(u"default", &saved));
+    MoveEffectIniParam loaded = Garbage();
+    MoveEffectIniReadFlag flags = GarbageFlags();
+    ASSERT_TRUE(LoadPreset(u"default", &loaded, &flags));
+    ExpectSameValues(loaded, saved);
+    EXPECT_EQ(CountFlags(flags), 22);
+}
+
+TEST(preset_test, saving_replaces_an_existing_file) {
+    ScratchDataHome home;
+    home.WritePreset("p", std::string(5000, 'x'));
+    const MoveEffectIniParam param = DefaultPreset();
+    ASSERT_TRUE(SavePreset(u"p", &param));
+    EXPECT_EQ(ScratchDataHome::Read(home.PresetPath("p")), kDefaultPresetFile);
+}
+
+TEST(preset_test, saving_fails_without_record_name_or_folder) {
+    ScratchDataHome home;
+    const MoveEffectIniParam param = DefaultPreset();
+    EXPECT_FALSE(SavePreset(u"p", nullptr));
+    EXPECT_FALSE(SavePreset(u"", &param));
+    EXPECT_FALSE(SavePreset(u"no/such/folder", &param));
+    std::filesystem::remove_all(home.root() + "/quorvel");
+    EXPECT_FALSE(SavePreset(u"p", &param));
+}
+
+TEST(preset_test, saving_writes_every_value_of_a_changed_record) {
+    ScratchDataHome home;
+    MoveEffectIniParam param = DefaultPreset();
+    param.type = 2;
+    param.p1 = {0.123456, -1.0};
+    std::strcpy(param.name, " My Guide ");
+    param.curvature = -0.333;
+    param.in = -7;
+    param.asdist = true;
+    param.lengain = 1e20;
+    param.connect = false;
+    ASSERT_TRUE(SavePreset(u"changed", &param));
+    const std::string text = ScratchDataHome::Read(home.PresetPath("changed"));
+    EXPECT_NE(text.find("type=circle\n"), std::string::npos);
+    EXPECT_NE(text.find("p1=0.12346,-1\n"), std::string::npos);
+    EXPECT_NE(text.find("name= My Guide \n"), std::string::npos);
+    EXPECT_NE(text.find("curvature=-0.33\n"), std::string::npos);
+    EXPECT_NE(text.find("in=-7\n"), std::string::npos);
+    EXPECT_NE(text.find("asdist=true\n"), std::string::npos);
+    EXPECT_NE(text.find("lengain=100000000000000000000\n"), std::string::npos);
+    EXPECT_NE(text.find("connect=false\n"), std::string::npos);
+}
+
+TEST(preset_test, a_round_trip_rounds_doubles_to_hundredths_and_trims_the_name) {
+    ScratchDataHome home;
+    MoveEffectIniParam param = DefaultPreset();
+    param.size = 0.333;
+    param.p3 = {0.1234567, 0.5};
+    std::strcpy(param.name, "  padded  ");
+    ASSERT_TRUE(SavePreset(u"round", &param));
+    MoveEffectIniParam loaded;
+    ASSERT_TRUE(LoadPreset(u"round", &loaded, nullptr));
+    EXPECT_DOUBLE_EQ(loaded.size, 0.33);
+    EXPECT_DOUBLE_EQ(loaded.p3.x, 0.12346);
+    EXPECT_STREQ(loaded.name, "padded");
+}
+
+TEST(preset_test, a_type_outside_the_three_arrangements_is_written_empty_and_read_back_rejected) {
+    ScratchDataHome home;
+    MoveEffectIniParam param = DefaultPreset();
+    param.type = 7;
+    ASSERT_TRUE(SavePreset(u"odd", &param));
+    EXPECT_NE(ScratchDataHome::Read(home.PresetPath("odd")).find("\ntype=\n"), std::string::npos);
+    MoveEffectIniParam loaded;
+    MoveEffectIniReadFlag flags;
+    ASSERT_TRUE(LoadPreset(u"odd", &loaded, &flags));
+    EXPECT_EQ(loaded.type, 0);
+    EXPECT_FALSE(flags.type);
+    EXPECT_TRUE(flags.p1);
+}
+
+TEST(preset_test, a_name_filling_the_whole_buffer_is_written_without_reading_past_it) {
+    ScratchDataHome home;
+    MoveEffectIniParam param = DefaultPreset();
+    std::memset(param.name, 'n', sizeof param.name);  // no NUL at all
+    ASSERT_TRUE(SavePreset(u"full", &param));
+    const std::string text = ScratchDataHome::Read(home.PresetPath("full"));
+    EXPECT_NE(text.find("name=" + std::string(kIniNameCapacity, 'n') + "\n"), std::string::npos);
+}
+
+TEST(preset_test, a_missing_or_empty_file_fails_and_leaves_record_and_flags_alone) {
+    ScratchDataHome home;
+    MoveEffectIniParam param = Garbage();
+    MoveEffectIniReadFlag flags = GarbageFlags();
+    EXPECT_FALSE(LoadPreset(u"missing", &param, &flags));
+    home.WritePreset("empty", "");
+    EXPECT_FALSE(LoadPreset(u"empty", &param, &flags));
+    EXPECT_TRUE(SameBytes(param, Garbage()));
+    const MoveEffectIniReadFlag untouched = GarbageFlags();
+    EXPECT_EQ(std::memcmp(&flags, &untouched, sizeof flags), 0);
+    EXPECT_FALSE(LoadPreset(u"missing", nullptr, nullptr));
+}
+
+TEST(preset_test, a_file_of_comments_gives_an_all_zero_record_and_no_flags) {
+    ScratchDataHome home;
+    const Loaded loaded = LoadText(home, "# a comment\n; another\n   \n\t# indented\n");
+    ASSERT_TRUE(loaded.ok);
+    MoveEffectIniParam zero;
+    std::memset(&zero, 0, sizeof zero);
+    EXPECT_TRUE(SameBytes(loaded.param, zero));
+    EXPECT_EQ(CountFlags(loaded.flags), 0);
+}
+
+TEST(preset_test, category_headers_are_trimmed_but_case_sensitive) {
+    ScratchDataHome home;
+    Loaded loaded = LoadText(home, "  [ pen ]  \nsize=3\n");
+    EXPECT_DOUBLE_EQ(loaded.param.size, 3.0);
+    EXPECT_TRUE(loaded.flags.size);
+
+    loaded = LoadText(home, "[Pen]\nsize=3\n");
+    EXPECT_TRUE(loaded.ok);
+    EXPECT_FALSE(loaded.flags.size);
+    EXPECT_EQ(loaded.param.size, 0.0);
+
+    loaded = LoadText(home, "[pen] anything after the bracket\nsize=4\n");
+    EXPECT_DOUBLE_EQ(loaded.param.size, 4.0);
+}
+
+TEST(preset_test, a_header_without_closing_bracket_keeps_the_current_category) {
+    ScratchDataHome home;
+    const Loaded loaded = LoadText(home, "[pen]\n[line\nsize=3\nspacing=9\n");
+    EXPECT_TRUE(loaded.flags.size);
+    EXPECT_FALSE(loaded.flags.spacing);
+}
+
+TEST(preset_test, keys_outside_their_category_are_ignored) {
+    ScratchDataHome home;
+    const Loaded loaded = LoadText(home,
+                                   "size=1\n"            // before any header
+                                   "[guide]\nsize=2\n"   // not a guide key
+                                   "[colour]\nsize=3\n"  // unknown category
+                                   "[pen]\nSize=4\nsize\nhardness=0.5\n");
+    ASSERT_TRUE(loaded.ok);
+    EXPECT_FALSE(loaded.flags.size);
+    EXPECT_EQ(loaded.param.size, 0.0);
+    EXPECT_TRUE(loaded.flags.hardness);
+    EXPECT_EQ(CountFlags(loaded.flags), 1);
+}
+
+TEST(preset_test, comments_after_a_value_become_part_of_it) {
+    ScratchDataHome home;
+    const Loaded loaded = LoadText(home, "[guide]\nname = my guide ; x\n[pen]\nsize = 3.5 ; big\n");
+    EXPECT_STREQ(loaded.param.name, "my guide ; x");
+    EXPECT_DOUBLE_EQ(loaded.param.size, 3.5);
+    EXPECT_TRUE(loaded.flags.size);
+}
+
+TEST(preset_test, the_value_is_everything_after_the_first_equals_sign) {
+    ScratchDataHome home;
+    const Loaded loaded = LoadText(home, "[guide]\nname=a=b\n");
+    EXPECT_STREQ(loaded.param.name, "a=b");
+}
+
+TEST(preset_test, crlf_line_ends_read_like_lf) {
+    ScratchDataHome home;
+    std::string crlf;
+    for (char c : kDefaultPresetFile)
+        crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    const Loaded loaded = LoadText(home, crlf);
+    ASSERT_TRUE(loaded.ok);
+    ExpectSameValues(loaded.param, DefaultPreset());
+    EXPECT_EQ(CountFlags(loaded.flags), 22);
+}
+
+TEST(preset_test, the_last_line_counts_without_a_line_feed) {
+    ScratchDataHome home;
+    const Loaded loaded = LoadText(home, "[line]\nconnect=true");
+    EXPECT_TRUE(loaded.param.connect);
+    EXPECT_TRUE(loaded.flags.connect);
+}
+
+TEST(preset_test, a_byte_order_mark_hides_the_first_category) {
+    ScratchDataHome home;
+    const Loaded loaded = LoadText(home, "\xEF\xBB\xBF" + kDefaultPresetFile);
+    ASSERT_TRUE(loaded.ok);
+    for (auto flag :
+         {&MoveEffectIniReadFlag::type, &MoveEffectIniReadFlag::p1, &MoveEffectIniReadFlag::p2,
+          &MoveEffectIniReadFlag::p3, &MoveEffectIniReadFlag::name, &MoveEffectIniReadFlag::curvature}) {
+        EXPECT_FALSE(loaded.flags.*flag);
+    }
+    EXPECT_STREQ(loaded.param.name, "");
+    EXPECT_EQ(CountFlags(loaded.flags), 16);
+    EXPECT_DOUBLE_EQ(loaded.param.size, 2.0);
+}
+
+TEST(preset_test, integers_stop_at_the_first_non_digit_and_reject_overflow) {
+    ScratchDataHome home;
+    Loaded loaded = LoadText(home, "[pen]\nin=12.9\nout=abc\n");
+    EXPECT_EQ(loaded.param.in, 12);
+    EXPECT_TRUE(loaded.flags.in);
+    EXPECT_FALSE(loaded.flags.out);
+
+    loaded = LoadText(home, "[pen]\nin=99999999999\nout=-2147483648\n");
+    EXPECT_FALSE(loaded.flags.in);
+    EXPECT_EQ(loaded.param.in, 0);
+    EXPECT_EQ(loaded.param.out, INT32_MIN);
+}
+
+TEST(preset_test, booleans_accept_digits_and_any_letter_case) {
+    ScratchDataHome home;
+    Loaded loaded = LoadText(home, "[pen]\nasdist=TRUE\neasing=1\n[line]\nconnect=yes\n");
+    EXPECT_TRUE(loaded.param.asdist);
+    EXPECT_TRUE(loaded.param.easing);
+    EXPECT_FALSE(loaded.flags.connect);
+
+    loaded = LoadText(home, "[pen]\nasdist=False\neasing=0\n");
+    EXPECT_TRUE(loaded.flags.asdist);
+    EXPECT_FALSE(loaded.param.asdist);
+    EXPECT_TRUE(loaded.flags.easing);
+}
+
+TEST(preset_test, arrangement_words_accept_any_letter_case) {
+    ScratchDataHome home;
+    Loaded loaded = LoadText(home, "[guide]\ntype=Circle\n");
+    EXPECT_EQ(loaded.param.type, 2);
+    EXPECT_TRUE(loaded.flags.type);
+    loaded = LoadText(home, "[guide]\ntype=PARALLEL\n");
+    EXPECT_EQ(loaded.param.type, 1);
+    loaded = LoadText(home, "[guide]\ntype=\n");
+    EXPECT_FALSE(loaded.flags.type);
+    loaded = LoadText(home, "[guide]\ntype=2\n");
+    EXPECT_FALSE(loaded.flags.type);
+}
+
+TEST(preset_test, points_need_a_comma_and_keep_x_when_only_y_is_bad) {
+    ScratchDataHome home;
+    Loaded loaded = LoadText(home, "[guide]\np1=0.1\np2=0.1,x\np3 = 0.25 , 0.75\n");
+    EXPECT_FALSE(loaded.flags.p1);
+    EXPECT_EQ(loaded.param.p1.x, 0.0);
+    EXPECT_FALSE(loaded.flags.p2);
+    EXPECT_DOUBLE_EQ(loaded.param.p2.x, 0.1);
+    EXPECT_EQ(loaded.param.p2.y, 0.0);
+    EXPECT_TRUE(loaded.flags.p3);
+    EXPECT_DOUBLE_EQ(loaded.param.p3.x, 0.25);
+    EXPECT_DOUBLE_EQ(loaded.param.p3.y, 0.75);
+}
+
+TEST(preset_test, a_repeated_key_keeps_the_last_accepted_value_and_the_last_verdict) {
+    ScratchDataHome home;
+    Loaded loaded = LoadText(home, "[pen]\nsize=3\nsize=4\n");
+    EXPECT_DOUBLE_EQ(loaded.param.size, 4.0);
+    EXPECT_TRUE(loaded.flags.size);
+
+    loaded = LoadText(home, "[pen]\nsize=3\nsize=big\n");
+    EXPECT_DOUBLE_EQ(loaded.param.size, 3.0);
+    EXPECT_FALSE(loaded.flags.size);
+}
+
+TEST(preset_test, doubles_out_of_range_are_rejected) {
+    ScratchDataHome home;
+    const Loaded loaded = LoadText(home, "[pen]\nsize=1e400\nhardness=-1e-400\nfluction=2.5e-3\n");
+    EXPECT_FALSE(loaded.flags.size);
+    EXPECT_FALSE(loaded.flags.hardness);
+    EXPECT_DOUBLE_EQ(loaded.param.fluction, 0.0025);
+}
+
+TEST(preset_test, names_longer_than_258_bytes_are_rejected) {
+    ScratchDataHome home;
+    Loaded loaded = LoadText(home, "[guide]\nname=" + std::string(258, 'a') + "\n");
+    EXPECT_TRUE(loaded.flags.name);
+    EXPECT_EQ(std::strlen(loaded.param.name), 258u);
+    loaded = LoadText(home, "[guide]\nname=" + std::string(259, 'a') + "\n");
+    EXPECT_FALSE(loaded.flags.name);
+    EXPECT_STREQ(loaded.param.name, "");
+}
+
+TEST(preset_test, value_readers_reject_without_touching_the_destination) {
+    double d = 7;
+    EXPECT_FALSE(GetIniDouble("", d));
+    EXPECT_FALSE(GetIniDouble("x1", d));
+    EXPECT_FALSE(GetIniDouble("+-1", d));
+    EXPECT_EQ(d, 7);
+    EXPECT_TRUE(GetIniDouble("+.5e1xyz", d));
+    EXPECT_EQ(d, 5);
+    int32_t i = 7;
+    EXPECT_FALSE(GetIniInteger("-", i));
+    EXPECT_FALSE(GetIniInteger("2147483648", i));
+    EXPECT_EQ(i, 7);
+    EXPECT_TRUE(GetIniInteger("+42", i));
+    EXPECT_EQ(i, 42);
+    bool b = true;
+    EXPECT_FALSE(GetIniBool("truee", b));
+    EXPECT_FALSE(GetIniBool("", b));
+    EXPECT_TRUE(b);
+    PathPoint p{3, 4};
+    EXPECT_FALSE(GetIniPoint("", p));
+    EXPECT_FALSE(GetIniPoint("x,1", p));
+    EXPECT_EQ(p.x, 3);
+    EXPECT_EQ(p.y, 4);
+}
+
+TEST(preset_test, number_formatting_trims_trailing_zeros) {
+    EXPECT_EQ(_dtos(2.0, 2), "2");
+    EXPECT_EQ(_dtos(1.5, 2), "1.5");
+    EXPECT_EQ(_dtos(0.333, 2), "0.33");
+    EXPECT_EQ(_dtos(0.325, 5), "0.325");
+    EXPECT_EQ(_dtos(-0.001, 2), "-0");
+    EXPECT_EQ(_dtos(1e20, 2), "100000000000000000000");
+    EXPECT_EQ(_dtos(0.0, 5), "0");
+    EXPECT_EQ(_dtos(100.0, 2), "100");
+    EXPECT_EQ(_dtos(10.0, 0), "10");     // no point, so nothing is trimmed
+    EXPECT_EQ(_dtos(0.125, 2), "0.12");  // exact tie: the standard formatting rounds to even
+    EXPECT_EQ(_dtos(2.675, 2), "2.67");  // 2.675 is stored a little below
+    EXPECT_EQ(_dtos(-1.5, 0), "-2");
+}
+
+TEST(preset_test, default_target_points_follow_the_arrangement) {
+    PathPoint p{};
+    GetDefaultTargetPoint(0, 1, p);
+    EXPECT_DOUBLE_EQ(p.y, 0.325);
+    GetDefaultTargetPoint(1, 2, p);
+    EXPECT_DOUBLE_EQ(p.x, 0.75);
+    EXPECT_DOUBLE_EQ(p.y, 0.875);
+    GetDefaultTargetPoint(2, 0, p);
+    EXPECT_DOUBLE_EQ(p.x, 0.25);
+    EXPECT_DOUBLE_EQ(p.y, 0.5);
+    const MoveEffectIniParam defaults = DefaultPreset();
+    GetDefaultTargetPoint(0, 2, p);
+    EXPECT_EQ(p.x, defaults.p3.x);
+    EXPECT_EQ(p.y, defaults.p3.y);
+}
+
+TEST(preset_test, default_target_point_outside_the_table_leaves_the_point_alone) {
+    PathPoint p{9, 9};
+    GetDefaultTargetPoint(3, 0, p);
+    GetDefaultTargetPoint(0, 3, p);
+    GetDefaultTargetPoint(-1, 0, p);
+    GetDefaultTargetPoint(0, -1, p);
+    EXPECT_EQ(p.x, 9);
+    EXPECT_EQ(p.y, 9);
+}
+
+TEST(preset_test, saving_by_date_names_the_file_after_the_local_time) {
+    ScratchDataHome home;
+    const MoveEffectIniParam param = DefaultPreset();
+    std::u16string name;
+    ASSERT_TRUE(SavePresetAsDate(&param, &name));
+    const std::string utf8 = Utf16ToUtf8(name);
+    EXPECT_THAT(utf8, MatchesRegex("20[0-9][0-9][01][0-9][0-3][0-9]-[0-2][0-9][0-5][0-9][0-6][0-9]"));
+    EXPECT_EQ(ScratchDataHome::Read(home.PresetPath(utf8)), kDefaultPresetFile);
+    EXPECT_TRUE(SavePresetAsDate(&param, nullptr));
+}
+
+TEST(preset_test, saving_by_date_reports_the_name_even_when_the_save_fails) {
+    ScratchDataHome home;
+    std::filesystem::remove_all(home.root() + "/quorvel");
+    const MoveEffectIniParam param = DefaultPreset();
+    std::u16string name;
+    EXPECT_FALSE(SavePresetAsDate(&param, &name));
+    EXPECT_EQ(name.size(), 15u);
+}
+
+TEST(preset_test, numbers_use_a_decimal_point_under_a_decimal_comma_locale) {
+    ScratchDataHome home;
+    DecimalCommaLocale locale;
+    if (!locale.active()) GTEST_SKIP() << "no locale with a decimal comma is available";
+    char probe[16];
+    std::snprintf(probe, sizeof probe, "%.1f", 1.5);
+    ASSERT_STREQ(probe, "1,5");  // the locale really is in force
+
+    const MoveEffectIniParam param = DefaultPreset();
+    ASSERT_TRUE(SavePreset(u"comma", &param));
+    EXPECT_EQ(ScratchDataHome::Read(home.PresetPath("comma")), kDefaultPresetFile);
+    EXPECT_EQ(_dtos(1234567.25, 2), "1234567.25");
+
+    const Loaded loaded = LoadText(home, "[pen]\nsize=3.5\nin=1000\n[guide]\np1=0.25,0.75\n");
+    EXPECT_DOUBLE_EQ(loaded.param.size, 3.5);
+    EXPECT_EQ(loaded.param.in, 1000);
+    EXPECT_DOUBLE_EQ(loaded.param.p1.y, 0.75);
+}
