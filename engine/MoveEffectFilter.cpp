@@ -1,0 +1,488 @@
+#include "engine/MoveEffectFilter.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <vector>
+
+namespace {
+
+constexpr int32_t kMaxDimension = std::numeric_limits<int32_t>::max();
+
+// Samples per pixel of each colour model, alpha included.
+int SamplesPerPixel(int colorModel) {
+    switch (colorModel) {
+        case 0:
+            return 4;  // R, G, B, A
+        case 1:
+            return 2;  // grey, A
+        case 2:
+            return 5;  // C, M, Y, K, A
+        default:
+            return 1;  // A
+    }
+}
+
+// Truncation toward zero that is defined for every double: NaN counts as 0 and the result is
+// limited to a range where depth arithmetic cannot overflow (float samples may hold anything).
+int TruncateSafely(double value) {
+    if (std::isnan(value)) return 0;
+    constexpr double kLimit = 1 << 24;
+    return static_cast<int>(std::clamp(value, -kLimit, kLimit));
+}
+
+// Atomic min/max on one edge of the dirty rectangle; cheap when the edge does not move.
+void LowerTo(std::atomic<int32_t>& edge, int32_t value) {
+    int32_t current = edge.load(std::memory_order_relaxed);
+    while (value < current && !edge.compare_exchange_weak(current, value, std::memory_order_relaxed)) {
+    }
+}
+
+void RaiseTo(std::atomic<int32_t>& edge, int32_t value) {
+    int32_t current = edge.load(std::memory_order_relaxed);
+    while (value > current && !edge.compare_exchange_weak(current, value, std::memory_order_relaxed)) {
+    }
+}
+
+// Float samples are written byte-wise: host rows carry no alignment promise.
+template <typename T>
+void StoreSample(unsigned char* at, T value) {
+    std::memcpy(at, &value, sizeof value);
+}
+
+}  // namespace
+
+MoveEffectFilter::MoveEffectFilter(const MoveEffectParam& param) : m_param(param) {
+    // A fraction above 1 would taper beyond the whole line.
+    if (!m_param.asdist) {
+        if (m_param.in > 1.0) m_param.in = 1.0;
+        if (m_param.out > 1.0) m_param.out = 1.0;
+    }
+}
+
+// The pool is declared last, so it is joined before the coverage and targets its tasks use go away.
+MoveEffectFilter::~MoveEffectFilter() = default;
+
+// --- Parameters and targets -----------------------------------------------------------------------
+
+void MoveEffectFilter::SetTarget(const PointTarget& target) {
+    switch (m_param.type) {
+        case 1:
+            SetTarget(ParallelTarget{target.x1, target.y1, target.x2, target.y2, target.x3, target.y3});
+            break;
+        case 2: {
+            CircleTarget circle{};
+            CreateCircleParam(&target, &circle);
+            SetTarget(circle);
+            break;
+        }
+        default:
+            SetTarget(RadiateTarget{target.x1, target.y1, target.x2, target.y2, target.x3, target.y3});
+            break;
+    }
+}
+
+void MoveEffectFilter::SetTarget(const CircleTarget& target) {
+    m_circleTarget = std::make_unique<CircleTarget>(target);
+}
+
+void MoveEffectFilter::SetTarget(const ParallelTarget& target) {
+    m_parallelTarget = std::make_unique<ParallelTarget>(target);
+}
+
+void MoveEffectFilter::SetTarget(const RadiateTarget& target) {
+    m_radiateTarget = std::make_unique<RadiateTarget>(target);
+}
+
+CircleTarget* MoveEffectFilter::CreateCircleParam(const PointTarget* points, CircleTarget* circle) {
+    if (points == nullptr || circle == nullptr) return circle;
+    const PointTarget& p = *points;
+    // 64-bit sums: the midpoint of two int32 always fits, their sum may not.
+    circle->cx = static_cast<int32_t>((static_cast<int64_t>(p.x1) + p.x2) / 2);
+    circle->cy = static_cast<int32_t>((static_cast<int64_t>(p.y1) + p.y2) / 2);
+    const double cx = circle->cx;
+    const double cy = circle->cy;
+    circle->radiusX = std::hypot(p.x1 - cx, p.y1 - cy);
+    circle->angle = std::atan2(static_cast<double>(p.y2) - p.y1, static_cast<double>(p.x2) - p.x1);
+
+    const double px = p.x3 - cx;
+    const double py = p.y3 - cy;
+    const double c = std::cos(circle->angle);
+    const double s = std::sin(circle->angle);
+    const double along = c * px + s * py;
+    const double across = c * py - s * px;
+    // The ellipse through p3 exists only while p3 lies between the ends of the major axis; at or
+    // beyond them (or with no axis at all) the ring falls back to a circle.
+    const double rx2 = circle->radiusX * circle->radiusX;
+    const double k = rx2 > 0 ? 1.0 - along * along / rx2 : 0.0;
+    circle->radiusY = k > 0 ? std::sqrt(across * across / k) : circle->radiusX;
+    circle->startAngle = std::atan2(py, px);
+    return circle;
+}
+
+uint16_t MoveEffectFilter::Float32To16(float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    const uint16_t sign = static_cast<uint16_t>((bits >> 16) & 0x8000u);
+    const uint32_t exponent = (bits >> 23) & 0xFFu;
+    const uint32_t fraction = bits & 0x7FFFFFu;
+    if (exponent >= 143) return sign | 0x7C00u;  // 65536 and up, infinities and NaN
+    if (exponent < 113) return sign;             // below the smallest normal half: flushed
+    return static_cast<uint16_t>(sign | ((exponent - 112) << 10) | (fraction >> 13));
+}
+
+float MoveEffectFilter::Float16To32(uint16_t half) {
+    const uint32_t sign = static_cast<uint32_t>(half & 0x8000u) << 16;
+    const uint32_t exponent = (half >> 10) & 0x1Fu;
+    uint32_t fraction = half & 0x3FFu;
+    uint32_t bits;
+    if (exponent == 31) {
+        bits = sign | (255u << 23) | (fraction << 13);
+    } else if (exponent != 0) {
+        bits = sign | ((exponent + 112) << 23) | (fraction << 13);
+    } else if (fraction == 0) {
+        bits = sign;
+    } else {
+        // Half denormal: normalise by shifting the leading one out. This lands one exponent below the
+        // exact value (M * 2^-24 becomes M * 2^-25), which host data in this format expects.
+        uint32_t e = 112;
+        bool leading;
+        do {
+            --e;
+            leading = (fraction & 0x200u) != 0;
+            fraction <<= 1;
+        } while (!leading);
+        bits = sign | (e << 23) | ((fraction & 0x3FEu) << 13);
+    }
+    float result;
+    std::memcpy(&result, &bits, sizeof result);
+    return result;
+}
+
+// --- Set-up ---------------------------------------------------------------------------------------
+
+void MoveEffectFilter::SetProgressCallback(ProgressCallback callback, void* user) {
+    m_progressCallback = callback;
+    m_progressUser = user;
+}
+
+int MoveEffectFilter::SampleBytes(int sampleFormat) {
+    switch (sampleFormat) {
+        case 1:
+        case 2:
+            return 2;
+        case 3:
+            return 4;
+        default:
+            return 1;
+    }
+}
+
+void MoveEffectFilter::SetBaseImage(const MoveEffectImageParam* image) {
+    if (image == nullptr || image->pixels == nullptr) return;
+    // Sizes beyond int32 cannot be addressed by the coverage maths; such an image is not drawn on.
+    if (image->width > static_cast<uint32_t>(kMaxDimension) ||
+        image->height > static_cast<uint32_t>(kMaxDimension) ||
+        image->rowBytes > static_cast<uint32_t>(kMaxDimension)) {
+        return;
+    }
+    const int samples = SamplesPerPixel(image->colorModel);
+    int pixelBytes = samples;
+    if (image->sampleFormat == 1 || image->sampleFormat == 2) pixelBytes <<= 1;
+    if (image->sampleFormat == 3) pixelBytes <<= 2;
+    // Rows shorter than their pixels would send the last row's reads past the end of the bitmap.
+    if (static_cast<uint64_t>(image->rowBytes) < static_cast<uint64_t>(image->width) * pixelBytes &&
+        image->height > 0) {
+        return;
+    }
+    const std::size_t cells = static_cast<std::size_t>(image->width) * image->height;
+    std::unique_ptr<uint8_t[]> coverage(new (std::nothrow) uint8_t[cells == 0 ? 1 : cells]);
+    if (!coverage) return;  // too large to cover: leave the filter as it was
+    std::memset(coverage.get(), 0, cells);
+
+    m_colorModel = image->colorModel;
+    m_sampleFormat = image->sampleFormat;
+    const int count =
+        image->channelOffsets == nullptr ? 0 : std::clamp<int>(image->channelCount, 0, kMaxChannels);
+    for (int i = 0; i < count; ++i) {
+        // An offset outside the pixel would read into the neighbour or past the bitmap's end.
+        m_channelOffsets[i] = static_cast<uint8_t>(std::min<int>(image->channelOffsets[i], samples - 1));
+    }
+    m_pixels = static_cast<const unsigned char*>(image->pixels);
+    m_width = static_cast<int32_t>(image->width);
+    m_height = static_cast<int32_t>(image->height);
+    m_rowBytes = static_cast<int32_t>(image->rowBytes);
+    m_pixelBytes = pixelBytes;
+    m_invertGray = image->invertGray;
+
+    m_coverage = std::move(coverage);
+
+    m_maskFormat = image->maskFormat;
+    m_maskRowBytes = static_cast<int32_t>(std::min<uint32_t>(image->maskRowBytes, kMaxDimension));
+    m_mask = static_cast<const unsigned char*>(image->mask);
+    // A mask whose rows are shorter than the image's cannot be read safely; draw as if unmasked.
+    if (static_cast<uint64_t>(m_maskRowBytes) < static_cast<uint64_t>(m_width) * SampleBytes(m_maskFormat)) {
+        m_mask = nullptr;
+    }
+
+    m_dirtyLeft.store(m_width);
+    m_dirtyTop.store(m_height);
+    m_dirtyRight.store(0);
+    m_dirtyBottom.store(0);
+}
+
+// --- Running --------------------------------------------------------------------------------------
+
+void MoveEffectFilter::ApplyEffect(bool /*singleThread*/) {
+    if (m_pixels == nullptr) return;
+    switch (m_param.type) {
+        case 1:
+            CreateParallelPathTasks();
+            break;
+        case 2:
+            CreateCirclePathTasks();
+            break;
+        default:
+            CreateRadiatePathTasks();
+            break;
+    }
+    m_pool.SetProgressCallback(&MoveEffectFilter::OnProgress, this);
+    m_pool.Run();
+}
+
+// Runs on the thread that runs the pool (the caller's), once per finished task.
+int MoveEffectFilter::OnProgress(int total, int done, void* self) {
+    auto* filter = static_cast<MoveEffectFilter*>(self);
+    if (filter == nullptr) return 1;
+    if (filter->m_cancelled.load()) return 0;
+    const bool goOn = filter->m_progressCallback == nullptr ||
+                      filter->m_progressCallback(total, done, filter->m_progressUser) != 0;
+    filter->m_cancelled.exchange(!goOn);
+    return goOn ? 1 : 0;
+}
+
+// --- Image access ---------------------------------------------------------------------------------
+
+float MoveEffectFilter::GetChannelAsFloat(const unsigned char* pixel, int channel, int sampleFormat) {
+    if (pixel == nullptr || channel < 0) return 0.0f;
+    switch (sampleFormat) {
+        case 0:
+            return pixel[channel] / 255.0f;
+        case 1: {
+            uint16_t v;
+            std::memcpy(&v, pixel + channel * 2, sizeof v);
+            return v / 65535.0f;
+        }
+        case 2: {
+            uint16_t v;
+            std::memcpy(&v, pixel + channel * 2, sizeof v);
+            return Float16To32(v);
+        }
+        case 3: {
+            float v;
+            std::memcpy(&v, pixel + channel * 4, sizeof v);
+            return v;
+        }
+        default:
+            return 0.0f;
+    }
+}
+
+int MoveEffectFilter::GetPixelDepth(const PathPoint& point) const {
+    // Out of int range (or NaN) is outside the image; the comparison is false for NaN.
+    constexpr double kLimit = 2147483647.0;
+    if (!(point.x > -kLimit && point.x < kLimit && point.y > -kLimit && point.y < kLimit)) return -1;
+    return GetPixelDepth(static_cast<int>(point.x), static_cast<int>(point.y));
+}
+
+// Worker threads. Ink is darkness times opacity: a dark opaque pixel is deep, white or transparent
+// is not.
+int MoveEffectFilter::GetPixelDepth(int x, int y) const {
+    if (m_pixels == nullptr || x < 0 || y < 0 || x >= m_width || y >= m_height) return -1;
+    const unsigned char* pixel = m_pixels + static_cast<std::size_t>(x) * m_pixelBytes +
+                                 static_cast<std::size_t>(y) * static_cast<std::size_t>(m_rowBytes);
+    return m_sampleFormat == 0 ? GetPixelDepth8(pixel, x, y) : GetPixelDepthWide(pixel, x, y);
+}
+
+namespace {
+
+// Depth from opacity a and darkness d: opaque pixels give their darkness, others are weakened.
+int CombineDepth(int a, int d) {
+    if (a > 254) return std::clamp(d, 0, 255);
+    if (d == 0 || a < 1) return 0;
+    return std::clamp((a * d) >> 8, 0, 255);
+}
+
+}  // namespace
+
+int MoveEffectFilter::GetPixelDepth8(const unsigned char* pixel, int x, int y) const {
+    const uint8_t* off = m_channelOffsets;
+    int lum;
+    int a;
+    switch (m_colorModel) {
+        case 0:
+            lum = (pixel[off[0]] * 77 + pixel[off[1]] * 150 + pixel[off[2]] * 29) >> 8;
+            a = pixel[off[3]];
+            break;
+        case 1:
+            lum = m_invertGray ? 255 - pixel[off[0]] : pixel[off[0]];
+            a = pixel[off[1]];
+            break;
+        case 2: {
+            const int k = 255 - pixel[off[3]];
+            const int r = (255 - pixel[off[0]]) * k / 255;
+            const int g = (255 - pixel[off[1]]) * k / 255;
+            const int b = (255 - pixel[off[2]]) * k / 255;
+            lum = (r * 77 + g * 150 + b * 29) >> 8;
+            a = pixel[off[4]];
+            break;
+        }
+        default:
+            lum = 255;
+            a = pixel[0];
+            break;
+    }
+    if (m_mask != nullptr) {
+        const int m = m_mask[static_cast<std::size_t>(y) * m_maskRowBytes + x];
+        a = (m * a + 127) / 255;
+    }
+    return CombineDepth(a, 255 - lum);
+}
+
+int MoveEffectFilter::GetPixelDepthWide(const unsigned char* pixel, int x, int y) const {
+    const uint8_t* off = m_channelOffsets;
+    const int f = m_sampleFormat;
+    auto channel = [&](int index) -> double { return GetChannelAsFloat(pixel, index, f); };
+    double lum;
+    double alpha;
+    switch (m_colorModel) {
+        case 0:
+            lum = 0.299 * channel(off[0]) + 0.587 * channel(off[1]) + 0.114 * channel(off[2]);
+            alpha = channel(off[3]);
+            break;
+        case 1:
+            lum = m_invertGray ? 1.0 - channel(off[0]) : channel(off[0]);
+            alpha = channel(off[1]);
+            break;
+        case 2: {
+            const double k = 1.0 - channel(off[3]);
+            lum = 0.299 * (1.0 - channel(off[0])) * k + 0.587 * (1.0 - channel(off[1])) * k +
+                  0.114 * (1.0 - channel(off[2])) * k;
+            alpha = channel(off[4]);
+            break;
+        }
+        default:
+            lum = 1.0;
+            alpha = channel(0);
+            break;
+    }
+    if (m_mask != nullptr) {
+        // The mask sample is addressed by byte column, not sample column, and the result is scaled
+        // by 255 once more below: nearly every masked pixel counts as opaque. Host output relies on
+        // this, so it stays.
+        const unsigned char* m = m_mask + static_cast<std::size_t>(y) * m_maskRowBytes + x;
+        alpha = alpha * 255.0 * GetChannelAsFloat(m, 0, m_maskFormat) + 0.5;
+    }
+    return CombineDepth(TruncateSafely(alpha * 255.0), TruncateSafely((1.0 - lum) * 255.0));
+}
+
+// --- Compositing ----------------------------------------------------------------------------------
+
+void MoveEffectFilter::DrawToCanvas(int layout, int format, unsigned char* color, unsigned char* dest,
+                                    int destRowBytes) {
+    if (dest == nullptr || destRowBytes < 0) return;
+    std::memset(dest, 0, static_cast<std::size_t>(destRowBytes) * static_cast<std::size_t>(m_height));
+
+    int samples;
+    int colorSamples;
+    switch (layout) {
+        case 0:
+            samples = 4, colorSamples = 3;
+            break;
+        case 2:
+            samples = 5, colorSamples = 4;
+            break;
+        case 3:
+            samples = 1, colorSamples = 0;
+            break;
+        default:
+            samples = 2, colorSamples = 1;
+            break;
+    }
+    if (format < 0 || format > 3 || m_coverage == nullptr) return;
+    const int sampleBytes = SampleBytes(format);
+    const int pixelBytes = samples * sampleBytes;
+    // Rows too short for the image's width would make the pixels spill into the next row and past
+    // the end of the bitmap.
+    if (static_cast<int64_t>(destRowBytes) < static_cast<int64_t>(m_width) * pixelBytes) return;
+
+    std::vector<unsigned char> black;
+    if (color == nullptr) {
+        black.assign(static_cast<std::size_t>(pixelBytes), 0);
+        color = black.data();
+    }
+    const std::size_t colorBytes = static_cast<std::size_t>(colorSamples) * sampleBytes;
+
+    const DirtyRect dirty = GetDirtyRect();
+    const int left = std::max(dirty.left, 0);
+    const int top = std::max(dirty.top, 0);
+    const int right = std::min(dirty.right, m_width);
+    const int bottom = std::min(dirty.bottom, m_height);
+    for (int y = top; y < bottom; ++y) {
+        unsigned char* row = dest + static_cast<std::size_t>(y) * destRowBytes;
+        const uint8_t* cover = m_coverage.get() + Index(0, y);
+        for (int x = left; x < right; ++x) {
+            const uint8_t c = cover[x];
+            unsigned char* out = row + static_cast<std::size_t>(x) * pixelBytes;
+            std::memcpy(out, color, colorBytes);
+            unsigned char* alpha = out + colorBytes;
+            switch (format) {
+                case 0:
+                    *alpha = c;
+                    break;
+                // 255 * 255: full coverage is 65025, not 65535, as the host has always received it.
+                case 1:
+                    StoreSample<uint16_t>(alpha, static_cast<uint16_t>(c * 255));
+                    break;
+                case 2:
+                    StoreSample<uint16_t>(alpha, Float32To16(c / 255.0f));
+                    break;
+                case 3:
+                    StoreSample<float>(alpha, c / 255.0f);
+                    break;
+            }
+        }
+    }
+}
+
+// --- Coverage stamping ----------------------------------------------------------------------------
+
+// Worker threads. Most stamps land on bytes that already hold as much or more, so a relaxed load
+// usually settles it without a write. Relaxed ordering is enough: the bytes are read back only after
+// the pass, and the pool's futures order that.
+void MoveEffectFilter::StampCoverageByte(uint8_t* cell, uint8_t value) {
+    std::atomic_ref<uint8_t> ref(*cell);
+    uint8_t current = ref.load(std::memory_order_relaxed);
+    while (value > current && !ref.compare_exchange_weak(current, value, std::memory_order_relaxed)) {
+    }
+}
+
+uint8_t MoveEffectFilter::GetCoverageAt(int x, int y) const {
+    // atomic_ref needs a mutable object; the load does not write.
+    std::atomic_ref<uint8_t> ref(const_cast<uint8_t&>(m_coverage[Index(x, y)]));
+    return ref.load(std::memory_order_relaxed);
+}
+
+void MoveEffectFilter::GrowDirtyRect(int left, int top, int right, int bottom) {
+    LowerTo(m_dirtyLeft, left);
+    LowerTo(m_dirtyTop, top);
+    RaiseTo(m_dirtyRight, right);
+    RaiseTo(m_dirtyBottom, bottom);
+}
+
+MoveEffectFilter::DirtyRect MoveEffectFilter::GetDirtyRect() const {
+    return {m_dirtyLeft.load(), m_dirtyTop.load(), m_dirtyRight.load(), m_dirtyBottom.load()};
+}
