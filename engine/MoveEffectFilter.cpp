@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <new>
 #include <vector>
 
 namespace {
@@ -198,10 +198,10 @@ void MoveEffectFilter::SetBaseImage(const MoveEffectImageParam* image) {
         image->height > 0) {
         return;
     }
-    const std::size_t cells = static_cast<std::size_t>(image->width) * image->height;
-    std::unique_ptr<uint8_t[]> coverage(new (std::nothrow) uint8_t[cells == 0 ? 1 : cells]);
+    // calloc: a large canvas gets fresh zero pages, so only the parts that strokes reach are touched.
+    CoverageBuffer coverage(static_cast<uint8_t*>(
+        std::calloc(std::max<std::size_t>(image->width, 1), std::max<uint32_t>(image->height, 1))));
     if (!coverage) return;  // too large to cover: leave the filter as it was
-    std::memset(coverage.get(), 0, cells);
 
     m_colorModel = image->colorModel;
     m_sampleFormat = image->sampleFormat;

@@ -21,6 +21,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 
@@ -196,7 +197,12 @@ private:
     int32_t m_maskRowBytes = 0;
     const unsigned char* m_mask = nullptr;
 
-    std::unique_ptr<uint8_t[]> m_coverage;
+    struct FreeCoverage {
+        void operator()(uint8_t* buffer) const { std::free(buffer); }
+    };
+    using CoverageBuffer = std::unique_ptr<uint8_t[], FreeCoverage>;
+
+    CoverageBuffer m_coverage;
     std::atomic<int32_t> m_dirtyLeft{0};
     std::atomic<int32_t> m_dirtyTop{0};
     std::atomic<int32_t> m_dirtyRight{0};

@@ -1,5 +1,5 @@
 // The plain records through which the controller tells the engine what to draw: the effect's
-// parameters, the three handle points and the layout-specific targets made from them, and the
+// parameters, the three handle points and the target each layout makes of them, and the
 // description of the host's base image. All are value types that own nothing.
 #pragma once
 

@@ -529,3 +529,52 @@ TEST(preset_test, numbers_use_a_decimal_point_under_a_decimal_comma_locale) {
     EXPECT_EQ(loaded.param.in, 1000);
     EXPECT_DOUBLE_EQ(loaded.param.p1.y, 0.75);
 }
+
+// --- Bad preset files: whether they load and how many keys are taken from them. ---
+
+namespace {
+
+struct BadPreset {
+    const char* name;
+    bool loads;
+    int flagsSet;
+};
+
+constexpr BadPreset kBadPresets[] = {
+    {"empty", false, 0},
+    {"binary_junk", true, 0},
+    {"only_comments", true, 0},
+    {"bom_before_guide", true, 16},  // the first header is hidden, so are the six guide keys
+    {"crlf_line_ends", true, 22},
+    {"unclosed_header", true, 0},
+    {"wrong_case_header", true, 0},
+    {"keys_without_header", true, 0},
+    {"rejected_values", true, 0},
+    {"nul_bytes", true, 1},        // a NUL ruins a value but not the text after a header's "]"
+    {"truncated", true, 3},        // cut inside p3, after its ","
+    {"mixed_line_ends", true, 1},  // a lone CR does not end a line
+};
+
+}  // namespace
+
+TEST(preset_test, bad_preset_files_load_as_documented) {
+    ScratchDataHome home;
+    const std::filesystem::path folder = std::filesystem::path(BRIVANE_TEST_DATA_DIR) / "preset" / "bad";
+    std::size_t listed = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        listed += entry.path().extension() == ".ini";
+    EXPECT_EQ(listed, std::size(kBadPresets)) << "every file in " << folder << " needs a row in the table";
+
+    for (const BadPreset& bad : kBadPresets) {
+        SCOPED_TRACE(bad.name);
+        home.WritePreset(bad.name,
+                         ScratchDataHome::Read((folder / (std::string(bad.name) + ".ini")).string()));
+        MoveEffectIniParam param = Garbage();
+        MoveEffectIniReadFlag flags = GarbageFlags();
+        EXPECT_EQ(LoadPreset(Utf8ToUtf16(bad.name), &param, &flags), bad.loads);
+        if (bad.loads) {
+            EXPECT_EQ(CountFlags(flags), bad.flagsSet);
+            EXPECT_LT(strnlen(param.name, sizeof param.name), sizeof param.name);
+        }
+    }
+}

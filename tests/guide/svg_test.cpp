@@ -1,0 +1,449 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "guide/PathParser.h"
+#include "storage/FileHelpers.h"
+#include "tests/storage/TestSupport.h"
+
+using brivane_test::DecimalCommaLocale;
+using brivane_test::ScratchDataHome;
+
+namespace {
+
+// A compact picture of the commands: "M(10,20) L(15,25) C(16,26)(17,27)(18,28)".
+std::string Describe(const PathParser& parser) {
+    std::ostringstream out;
+    for (const PathSegment& segment : parser.GetSegments()) {
+        if (out.tellp() > 0) out << ' ';
+        switch (segment.type) {
+            case PathSegment::kMoveTo:
+                out << 'M';
+                break;
+            case PathSegment::kLineTo:
+                out << 'L';
+                break;
+            case PathSegment::kCubic:
+                out << 'C';
+                break;
+            case PathSegment::kQuadratic:
+                out << 'Q';
+                break;
+            default:
+                out << '?';
+                break;
+        }
+        for (const PathPoint& p : segment.points)
+            out << '(' << p.x << ',' << p.y << ')';
+    }
+    return out.str();
+}
+
+std::string Svg(const std::string& pathAttributes) {
+    return "<svg><path " + pathAttributes + "/></svg>\n";
+}
+
+PathParser LoadGuide(const ScratchDataHome& home, const std::string& name, const std::string& text) {
+    home.WriteGuide(name, text);
+    PathParser parser;
+    parser.LoadFromFile(Utf8ToUtf16(name));
+    return parser;
+}
+
+PathParser Parsed(const std::string& pathData, const std::string& more = "") {
+    PathParser parser;
+    parser.Parse(Svg("d=\"" + pathData + "\" " + more));
+    return parser;
+}
+
+constexpr char kStraightLine[] = "M(0,10) L(100,10)";
+
+}  // namespace
+
+TEST(svg_test, built_in_straight_guide_spans_100_units) {
+    PathParser parser(u":S");
+    EXPECT_EQ(Describe(parser), kStraightLine);
+    EXPECT_EQ(parser.GetWidth(), 100);
+}
+
+TEST(svg_test, built_in_arch_guide_bulges_upwards) {
+    PathParser parser(u":C");
+    EXPECT_EQ(Describe(parser), "M(0,50) Q(50,0)(100,50)");
+    EXPECT_EQ(parser.GetWidth(), 100);
+}
+
+TEST(svg_test, built_in_names_never_look_at_the_guide_folder) {
+    ScratchDataHome home;
+    home.WriteGuide(":S", Svg("d=\"M 1 1 L 2 2\""));
+    home.WriteGuide(":C", Svg("d=\"M 1 1 L 2 2\""));
+    EXPECT_EQ(Describe(PathParser(u":S")), kStraightLine);
+    EXPECT_EQ(Describe(PathParser(u":C")), "M(0,50) Q(50,0)(100,50)");
+}
+
+TEST(svg_test, longer_names_starting_with_a_colon_are_files) {
+    ScratchDataHome home;
+    const PathParser parser = LoadGuide(home, ":S2", Svg("d=\"M 1 1 L 2 2\""));
+    EXPECT_EQ(Describe(parser), "M(1,1) L(2,2)");
+}
+
+TEST(svg_test, a_guide_file_is_read_from_the_guide_folder) {
+    ScratchDataHome home;
+    home.WriteGuide("wave", Svg("d=\"M 0 0 Q 50 -20 100 0\""));
+    PathParser parser(u"wave");
+    EXPECT_EQ(Describe(parser), "M(0,0) Q(50,-20)(100,0)");
+    EXPECT_EQ(parser.GetWidth(), 100);
+}
+
+TEST(svg_test, a_missing_guide_file_becomes_the_straight_line) {
+    ScratchDataHome home;
+    PathParser parser;
+    parser.Parse(Svg("d=\"M 1 1 L 2 2\""));
+    parser.LoadFromFile(u"missing");
+    EXPECT_EQ(Describe(parser), kStraightLine);
+    EXPECT_EQ(parser.GetWidth(), 100);
+}
+
+TEST(svg_test, absolute_and_relative_commands_follow_the_pen) {
+    const PathParser parser = Parsed("M 10 20 l 5 5 c 1 1 2 2 3 3");
+    EXPECT_EQ(Describe(parser), "M(10,20) L(15,25) C(16,26)(17,27)(18,28)");
+    EXPECT_EQ(parser.GetWidth(), 8);
+}
+
+TEST(svg_test, ignored_commands_leave_a_lone_move_that_still_counts_as_a_path) {
+    PathParser parser;
+    EXPECT_TRUE(parser.Parse(Svg("d=\"M 0 0 H 50 Z\"")));
+    EXPECT_EQ(Describe(parser), "M(0,0)");
+    EXPECT_EQ(parser.GetWidth(), 0);
+}
+
+TEST(svg_test, numbers_after_a_command_are_not_repeated_into_more_commands) {
+    EXPECT_EQ(Describe(Parsed("M 0 0 L 10 10 20 20")), "M(0,0) L(10,10)");
+}
+
+TEST(svg_test, signs_split_numbers_written_back_to_back) {
+    EXPECT_EQ(Describe(Parsed("M-5-5l+2-3")), "M(-5,-5) L(-3,-8)");
+}
+
+TEST(svg_test, a_number_with_two_points_keeps_only_its_first_part) {
+    EXPECT_EQ(Describe(Parsed("M 1.2.3 4 L 0.5.5 1e1")), "M(1.2,4) L(0.5,10)");
+}
+
+TEST(svg_test, commas_separate_numbers_like_spaces) {
+    EXPECT_EQ(Describe(Parsed("M10,20L,30,,40")), "M(10,20) L(30,40)");
+}
+
+TEST(svg_test, first_command_extent_keeps_only_its_last_point_and_controls_count) {
+    EXPECT_EQ(Parsed("C 0 0 50 0 10 10 L 20 20").GetWidth(), 10);
+    EXPECT_EQ(Parsed("M 0 0 Q 100 50 10 0").GetWidth(), 100);
+    EXPECT_EQ(Parsed("M 30 0 L 10 0 L 25 0").GetWidth(), 20);
+}
+
+TEST(svg_test, translate_with_spaces_shifts_every_point) {
+    const PathParser parser = Parsed("M 0 0 Q 5 5 10 0", "transform=\"translate(10 20)\"");
+    EXPECT_EQ(Describe(parser), "M(10,20) Q(15,25)(20,20)");
+    EXPECT_EQ(parser.GetWidth(), 10);  // measured before the transform
+}
+
+TEST(svg_test, translate_with_a_comma_shifts_only_horizontally) {
+    EXPECT_EQ(Describe(Parsed("M 0 0 L 1 1", "transform=\"translate(10,20)\"")), "M(10,0) L(11,1)");
+}
+
+TEST(svg_test, scale_and_rotate_have_no_effect) {
+    EXPECT_EQ(Describe(Parsed("M 1 1 L 2 2", "transform=\"scale(2)\"")), "M(1,1) L(2,2)");
+    EXPECT_EQ(Describe(Parsed("M 1 1 L 2 2", "transform=\"rotate(90)\"")), "M(1,1) L(2,2)");
+}
+
+TEST(svg_test, a_matrix_maps_points_and_leaves_the_width_alone) {
+    const PathParser parser = Parsed("M 1 2 L 3 4", "transform=\"matrix(2 0 0 3 10 20)\"");
+    EXPECT_EQ(Describe(parser), "M(12,26) L(16,32)");
+    EXPECT_EQ(parser.GetWidth(), 2);
+}
+
+TEST(svg_test, transform_values_are_read_from_the_first_parenthesised_group) {
+    auto fields = [](const std::string& value) {
+        const Transform m = PathParser::ParseTransform(value);
+        std::ostringstream out;
+        out << m.a << ' ' << m.b << ' ' << m.c << ' ' << m.d << ' ' << m.e << ' ' << m.f;
+        return out.str();
+    };
+    EXPECT_EQ(fields("matrix(1,0,0,1,5,5)"), "1 0 0 1 0 0");
+    EXPECT_EQ(fields("scale(2) translate(5 5)"), "1 0 0 1 2 0");
+    EXPECT_EQ(fields("translate(3 4) matrix(1 0 0 1 5 5)"), "3 4 0 1 0 0");
+    EXPECT_EQ(fields("translate(7)"), "1 0 0 1 7 0");
+    EXPECT_EQ(fields("translate(7 8"), "1 0 0 1 0 0");   // no ")"
+    EXPECT_EQ(fields(")translate(7 8"), "1 0 0 1 7 8");  // ")" first: the rest of the value
+    EXPECT_EQ(fields("(1 2)"), "1 0 0 1 0 0");           // too short to be anything
+    EXPECT_EQ(fields("matrix(  1.5 -2 +3 4e1 .5 6.)"), "1.5 -2 3 40 0.5 6");
+}
+
+TEST(svg_test, a_group_named_mypath_hides_the_real_path) {
+    ScratchDataHome home;
+    const std::string text = "<svg><g id=\"mypath\"><path d=\"M 0 0 L 50 50\"/></g></svg>";
+    PathParser parser;
+    EXPECT_FALSE(parser.Parse(text));
+    EXPECT_EQ(Describe(LoadGuide(home, "group", text)), kStraightLine);
+}
+
+TEST(svg_test, path_data_spanning_several_lines_is_not_seen) {
+    ScratchDataHome home;
+    const std::string text = "<svg><path d=\"M 0 0\n L 50 50\"/></svg>";
+    PathParser parser;
+    EXPECT_FALSE(parser.Parse(text));
+    EXPECT_EQ(Describe(LoadGuide(home, "multi", text)), kStraightLine);
+}
+
+TEST(svg_test, a_malformed_number_raises_out_of_loading_and_keeps_what_was_read) {
+    ScratchDataHome home;
+    home.WriteGuide("bad", Svg("d=\"M 0 0 L 10\""));
+    PathParser parser;
+    EXPECT_THROW(parser.LoadFromFile(u"bad"), std::invalid_argument);
+    EXPECT_EQ(Describe(parser), "M(0,0)");
+    EXPECT_THROW(PathParser{u"bad"}, std::invalid_argument);
+}
+
+TEST(svg_test, a_number_out_of_range_raises_the_range_error) {
+    PathParser parser;
+    EXPECT_THROW(parser.Parse(Svg("d=\"M 0 0 L 1e999 0\"")), std::out_of_range);
+    EXPECT_THROW(parser.Parse(Svg("d=\"M 0 0 L 1e-999 0\"")), std::out_of_range);
+}
+
+TEST(svg_test, a_tab_before_a_number_is_a_malformed_number) {
+    PathParser parser;
+    EXPECT_THROW(parser.Parse(Svg("d=\"M\t1 2\"")), std::invalid_argument);
+}
+
+TEST(svg_test, attributes_are_letters_then_a_double_quoted_value) {
+    const auto attributes = PathParser::ParseAttributes(
+        "path stroke-width=\"2\" id='single' D=\"upper\" d=\"one\" d=\"two\" x=\"\"");
+    const std::map<std::string, std::string> expected = {
+        {"D", "upper"}, {"d", "two"}, {"width", "2"}, {"x", ""}};
+    EXPECT_EQ(attributes, expected);
+}
+
+TEST(svg_test, attribute_values_pass_through_undecoded) {
+    const auto attributes = PathParser::ParseAttributes("path title=\"a &amp; \xC3\xA9 \\\" d=\"M\"");
+    EXPECT_EQ(attributes.at("title"), "a &amp; \xC3\xA9 \\");
+    EXPECT_EQ(attributes.at("d"), "M");  // the backslash escaped nothing: the title ended before it
+}
+
+TEST(svg_test, long_tags_give_the_same_attributes_as_short_ones) {
+    // Trailing blanks cannot start, end or join a match, so padding a tag must not change its attributes,
+    // even when the padding moves it past the length at which the reader changes its matching method.
+    std::mt19937 random(2024);
+    const std::string alphabet = "ab=\"\" \n\rxy-Z=\"q\x80\xFF\t";
+    std::uniform_int_distribution<std::size_t> pick(0, alphabet.size() - 1);
+    std::uniform_int_distribution<int> length(0, 60);
+    for (int round = 0; round < 3000; ++round) {
+        std::string tag;
+        for (int n = length(random); n > 0; --n)
+            tag += alphabet[pick(random)];
+        const auto shortResult = PathParser::ParseAttributes(tag);
+        const auto longResult = PathParser::ParseAttributes(tag + std::string(5000, ' '));
+        ASSERT_EQ(shortResult, longResult) << "tag: " << tag;
+    }
+}
+
+TEST(svg_test, a_greater_than_sign_inside_a_value_ends_the_tag) {
+    PathParser parser;
+    EXPECT_FALSE(parser.Parse(Svg("d=\"M 0 0 L 1>2\"")));
+}
+
+TEST(svg_test, a_comment_mentioning_path_is_taken_as_the_path_tag) {
+    PathParser parser;
+    EXPECT_FALSE(parser.Parse("<svg><!-- path --><path d=\"M 0 0 L 5 5\"/></svg>"));
+    EXPECT_TRUE(parser.Parse("<svg><!-- shape --><path d=\"M 0 0 L 5 5\"/></svg>"));
+}
+
+TEST(svg_test, only_the_first_path_is_read) {
+    const PathParser parser = Parsed("M 0 0 L 5 5\"/><path d=\"M 9 9 L 1 1");
+    EXPECT_EQ(Describe(parser), "M(0,0) L(5,5)");
+}
+
+TEST(svg_test, a_path_without_data_keeps_the_width_and_empty_data_clears_it) {
+    PathParser parser(u":S");
+    parser.ParsePath("path id=\"x\"");
+    EXPECT_EQ(parser.GetWidth(), 100);
+    parser.ParsePath("path d=\"\"");
+    EXPECT_EQ(parser.GetWidth(), 0);
+}
+
+TEST(svg_test, numbers_keep_the_decimal_point_under_a_decimal_comma_locale) {
+    DecimalCommaLocale locale;
+    if (!locale.active()) GTEST_SKIP() << "no locale with a decimal comma is available";
+    const PathParser parser = Parsed("M 0.5 0.25 L 2.5 1", "transform=\"matrix(1.5 0 0 1 0.5 0)\"");
+    ASSERT_EQ(parser.GetSegments().size(), 2u);
+    EXPECT_DOUBLE_EQ(parser.GetSegments()[0].points[0].x, 1.25);
+    EXPECT_DOUBLE_EQ(parser.GetSegments()[0].points[0].y, 0.25);
+    EXPECT_DOUBLE_EQ(parser.GetWidth(), 2.0);
+}
+
+// --- Bad guide files: each must end as the straight guide, be read, or raise the documented error. ---
+
+namespace {
+
+enum class Outcome { kStraightLine, kRead, kInvalidArgument, kOutOfRange };
+
+struct BadFile {
+    const char* name;
+    Outcome outcome;
+};
+
+constexpr BadFile kBadFiles[] = {
+    {"empty", Outcome::kStraightLine},
+    {"binary_junk", Outcome::kStraightLine},
+    {"no_path", Outcome::kStraightLine},
+    {"path_without_d", Outcome::kStraightLine},
+    {"group_named_mypath", Outcome::kStraightLine},
+    {"multiline_d", Outcome::kStraightLine},
+    {"gt_in_attribute", Outcome::kStraightLine},
+    {"single_quotes", Outcome::kStraightLine},
+    {"comment_names_path", Outcome::kStraightLine},
+    {"unclosed_tag", Outcome::kStraightLine},
+    {"only_ignored_commands", Outcome::kStraightLine},
+    {"empty_d", Outcome::kStraightLine},
+    {"upper_case_d", Outcome::kStraightLine},
+    {"broken_transform", Outcome::kRead},
+    {"bom_and_invalid_utf8", Outcome::kRead},
+    {"missing_y", Outcome::kInvalidArgument},
+    {"letter_for_number", Outcome::kInvalidArgument},
+    {"tab_before_number", Outcome::kInvalidArgument},
+    {"lone_point_number", Outcome::kInvalidArgument},
+    {"number_too_large", Outcome::kOutOfRange},
+};
+
+}  // namespace
+
+TEST(svg_test, bad_guide_files_end_as_documented) {
+    ScratchDataHome home;
+    const std::filesystem::path folder = std::filesystem::path(BRIVANE_TEST_DATA_DIR) / "svg" / "bad";
+    std::size_t listed = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        listed += entry.path().extension() == ".svg";
+    EXPECT_EQ(listed, std::size(kBadFiles)) << "every file in " << folder << " needs a row in the table";
+
+    for (const BadFile& bad : kBadFiles) {
+        SCOPED_TRACE(bad.name);
+        const std::string text = ScratchDataHome::Read((folder / (std::string(bad.name) + ".svg")).string());
+        if (std::string(bad.name) != "empty") {
+            ASSERT_FALSE(text.empty());
+        }
+        home.WriteGuide(bad.name, text);
+        PathParser parser;
+        const std::u16string name = Utf8ToUtf16(bad.name);
+        switch (bad.outcome) {
+            case Outcome::kStraightLine:
+                parser.LoadFromFile(name);
+                EXPECT_EQ(Describe(parser), kStraightLine);
+                break;
+            case Outcome::kRead:
+                parser.LoadFromFile(name);
+                EXPECT_EQ(Describe(parser), "M(0,0) L(50,50)");
+                break;
+            case Outcome::kInvalidArgument:
+                EXPECT_THROW(parser.LoadFromFile(name), std::invalid_argument);
+                break;
+            case Outcome::kOutOfRange:
+                EXPECT_THROW(parser.LoadFromFile(name), std::out_of_range);
+                break;
+        }
+    }
+}
+
+// --- Robustness: random and mutated input, bounded rounds, fixed seeds. ---
+
+namespace {
+
+// Parses text; the only failures allowed out are the two conversion errors of a malformed number.
+void ExpectParsesOrRaisesConversionError(const std::string& text) {
+    PathParser parser;
+    try {
+        parser.Parse(text);
+    } catch (const std::invalid_argument&) {
+    } catch (const std::out_of_range&) {
+    }
+}
+
+std::string MutateSvg(std::string text, std::mt19937& random) {
+    static const std::string kInteresting = "<>\"=/ ,.-+eE0123456789MmLlCcQqHZ()\n\r\t\xFF";
+    std::uniform_int_distribution<int> rounds(1, 6);
+    for (int n = rounds(random); n > 0; --n) {
+        const std::size_t at = std::uniform_int_distribution<std::size_t>(0, text.size())(random);
+        const char c =
+            kInteresting[std::uniform_int_distribution<std::size_t>(0, kInteresting.size() - 1)(random)];
+        switch (std::uniform_int_distribution<int>(0, 2)(random)) {
+            case 0:
+                if (at < text.size()) text[at] = c;
+                break;
+            case 1:
+                text.insert(text.begin() + static_cast<std::ptrdiff_t>(at), c);
+                break;
+            default:
+                if (at < text.size())
+                    text.erase(at, std::uniform_int_distribution<std::size_t>(1, 8)(random));
+                break;
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+TEST(svg_test, random_bytes_never_break_the_reader) {
+    std::mt19937 random(31337);
+    std::uniform_int_distribution<int> byte(0, 255);
+    for (int round = 0; round < 500; ++round) {
+        std::string text(std::uniform_int_distribution<std::size_t>(0, 1500)(random), '\0');
+        for (char& c : text)
+            c = static_cast<char>(byte(random));
+        if (round % 2 == 0) text.insert(0, "<path d=\"M ");
+        ExpectParsesOrRaisesConversionError(text);
+    }
+}
+
+TEST(svg_test, mutated_guides_never_break_the_reader) {
+    const std::string seed =
+        "<?xml version=\"1.0\"?>\n<svg width=\"100\"><g><path id=\"a\" transform=\"matrix(1 0 0 1 5 5)\" "
+        "d=\"M 0 50 C 10 0, 20 0, 30 50 q 10 -20 20 0 L 100 50 z\" stroke-width=\"2\"/></g></svg>\n";
+    std::mt19937 random(8080);
+    for (int round = 0; round < 1500; ++round)
+        ExpectParsesOrRaisesConversionError(MutateSvg(seed, random));
+}
+
+TEST(svg_test, loading_any_mutated_file_leaves_a_usable_guide_or_raises_a_conversion_error) {
+    ScratchDataHome home;
+    const std::string seed = Svg("d=\"M 0 0 l 10 10 Q 20 0 30 10\" transform=\"translate(1 2)\"");
+    std::mt19937 random(99);
+    for (int round = 0; round < 150; ++round) {
+        home.WriteGuide("fuzz", MutateSvg(seed, random));
+        PathParser parser;
+        try {
+            parser.LoadFromFile(u"fuzz");
+            EXPECT_FALSE(parser.GetSegments().empty());
+        } catch (const std::invalid_argument&) {
+        } catch (const std::out_of_range&) {
+        }
+    }
+}
+
+TEST(svg_test, lines_of_a_million_characters_are_read_in_linear_time) {
+    const std::size_t kHuge = 1'000'000;
+    std::string data = "M 0 0";
+    while (data.size() < kHuge)
+        data += " L 1 2";
+    const PathParser parser = Parsed(data);
+    EXPECT_EQ(parser.GetSegments().size(), 1u + (data.size() - 5) / 6);
+
+    ExpectParsesOrRaisesConversionError("<path " + std::string(kHuge, 'a') + ">");      // one long name
+    ExpectParsesOrRaisesConversionError("<path d=\"" + std::string(kHuge, 'x') + ">");  // value never closed
+    ExpectParsesOrRaisesConversionError("<path " + std::string(kHuge, '=') + ">");
+    ExpectParsesOrRaisesConversionError("<path d=\"M 0 0 L " + std::string(kHuge, '9') + " 0\">");
+    ExpectParsesOrRaisesConversionError(std::string(kHuge, '<'));
+    ExpectParsesOrRaisesConversionError("<path transform=\"matrix(" + std::string(kHuge, '1') +
+                                        ")\" d=\"M 0 0\">");
+}
