@@ -21,6 +21,9 @@
  *   owned by the host. A string or bitmap the plug-in created is released by the plug-in.
  * - Whole numbers are 64-bit; booleans travel as HostBool (0 or 1); text as 8-bit bytes or UTF-16
  *   code units with an explicit length, never relying on a terminating 0.
+ * - The plug-in never hands the host a null handle, with one exception: the caption of an item and the
+ *   text of a list row may be null when the host could not make the string; the host then shows the
+ *   item or row without text.
  * - A null record, service or function pointer means the host does not offer it; the plug-in then
  *   skips the call.
  */

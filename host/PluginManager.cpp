@@ -79,7 +79,8 @@ bool PluginManager::RegisterPlugin(Server* server) {
     CallHost(strings, &HostStringService::createWithBytes, &id, guid,
              static_cast<int64_t>(std::strlen(guid)));
     ScopedHostString idString(strings, id);
-    CallHost(init, &HostModuleInitRecord::setModuleId, server->hostObject, id);
+    // Handles the host could not make are not handed back to it.
+    if (id) CallHost(init, &HostModuleInitRecord::setModuleId, server->hostObject, id);
     CallHost(init, &HostModuleInitRecord::setModuleKind, server->hostObject, int64_t{kHostModuleKindFilter});
     return true;
 }
@@ -100,6 +101,7 @@ void PluginManager::InitFilter() {
     if (m_property) CallHost(m_propertyService, &HostPropertyService::release, m_property);
     m_property = nullptr;
     CallHost(m_propertyService, &HostPropertyService::create, m_hostObject, &m_property);
+    if (!m_property) return;  // no panel: nothing to hand over and nothing to notify about
     const HostFilterInitRecord* init = FilterInitRecord();
     CallHost(init, &HostFilterInitRecord::setProperty, m_hostObject, m_property);
     CallHost(init, &HostFilterInitRecord::setPropertyCallback, m_hostObject, &PluginManager::PropertyCallback,
@@ -115,8 +117,10 @@ void PluginManager::SetPluginName(int64_t categoryTextId, char categoryKey, int6
     ScopedHostString category(m_stringService, CreateResourceString(categoryTextId));
     ScopedHostString name(m_stringService, CreateResourceString(nameTextId));
     const HostFilterInitRecord* init = FilterInitRecord();
-    CallHost(init, &HostFilterInitRecord::setFilterCategoryName, m_hostObject, category.Get(), categoryKey);
-    CallHost(init, &HostFilterInitRecord::setFilterName, m_hostObject, name.Get(), nameKey);
+    if (category.Get())
+        CallHost(init, &HostFilterInitRecord::setFilterCategoryName, m_hostObject, category.Get(),
+                 categoryKey);
+    if (name.Get()) CallHost(init, &HostFilterInitRecord::setFilterName, m_hostObject, name.Get(), nameKey);
 }
 
 void PluginManager::SetLayerMode(int mask) {

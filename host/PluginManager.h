@@ -35,15 +35,17 @@ struct Point {
 
 // One image exchanged with the host; all zero while not in use.
 struct BitmapBlock {
-    HostOffscreen offscreen;  // the host image the block was taken from
-    HostBitmap bitmap;        // private copy made for the plug-in; released by ReleaseBitmap
-    int64_t channelIndex[5];  // byte of red, green, blue, alpha (and a spare) within a pixel, as reported
-    int64_t channelOrder;     // kHostChannelOrder... of the offscreen
-    int64_t width;            // pixels
-    int64_t height;           // pixels
-    int64_t rowBytes;         // bytes from one row to the next
-    int64_t depth;            // bytes per pixel
-    unsigned char* pixels;    // pixel (0,0); row r starts at pixels + r * rowBytes
+    HostOffscreen offscreen = nullptr;  // the host image the block was taken from
+    HostBitmap bitmap = nullptr;        // private copy made for the plug-in; released by ReleaseBitmap
+    // Byte of red, green, blue, alpha (and a spare) within a pixel, as the host reports them: the first
+    // three for channel order 3, the first four for order 4, else all 0.
+    int64_t channelIndex[5] = {};
+    int64_t channelOrder = 0;         // kHostChannelOrder... of the offscreen
+    int64_t width = 0;                // pixels
+    int64_t height = 0;               // pixels
+    int64_t rowBytes = 0;             // bytes from one row to the next
+    int64_t depth = 0;                // bytes per pixel
+    unsigned char* pixels = nullptr;  // pixel (0,0); row r starts at pixels + r * rowBytes
 };
 
 // Longest module identifier OnGetGuid may write, terminating NUL included.

@@ -1,0 +1,399 @@
+// PluginManager in-process against the simulated host: the run loop, the buffer exchange, the property
+// callback and the small host queries, observed through a manager that records its hooks.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "host/PluginManager.h"
+#include "tools/host/SimHost.h"
+
+using namespace brivane::tools;
+
+namespace {
+
+class RecordingManager : public PluginManager {
+public:
+    void OnGetGuid(char* buffer) override { std::strncpy(buffer, guid.c_str(), kGuidBufferSize); }
+    void OnPrepareDraw() override {
+        calls.push_back("prepare");
+        if (allocate) AllocBitmap();
+    }
+    void OnUpdateParameter() override { calls.push_back("update"); }
+    void OnCalculate() override { calls.push_back("calculate"); }
+    void OnEndDraw() override { calls.push_back("end"); }
+    void OnExitDraw() override {
+        calls.push_back("exit");
+        ReleaseBitmap();
+    }
+    bool OnPropertyChanged(int64_t key, _Property* property) override {
+        calls.push_back("changed " + std::to_string(key));
+        changedProperty = property;
+        return redraw;
+    }
+    void OnButtonPushed(int64_t key) override { calls.push_back("pushed " + std::to_string(key)); }
+
+    const BitmapBlock& Source() const { return m_source; }
+    const BitmapBlock& Destination() const { return m_destination; }
+    const BitmapBlock& Selection() const { return m_selection; }
+    _Property* Property() const { return m_property; }
+
+    std::string guid = "3A7C51E2-94B0-4F6D-8E21-C5D90B7A4F13";
+    std::vector<std::string> calls;
+    bool allocate = false;
+    bool redraw = true;
+    _Property* changedProperty = nullptr;
+};
+
+bool IsZero(const BitmapBlock& block) {
+    static const BitmapBlock kZero{};
+    return std::memcmp(&block, &kZero, sizeof block) == 0;
+}
+
+class plugin_manager_test : public ::testing::Test {
+protected:
+    void SetUp() override {
+        TakeProtocolErrors();
+        baseline = LiveObjects();
+        manager = std::make_unique<RecordingManager>();
+    }
+    void TearDown() override {
+        manager.reset();
+        EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
+        EXPECT_EQ(LiveObjects().strings, baseline.strings);
+        EXPECT_EQ(LiveObjects().properties, baseline.properties);
+        for (const std::string& misuse : TakeProtocolErrors())
+            ADD_FAILURE() << misuse;
+    }
+    // The manager as the entry prepares it for a later call.
+    void Attach() { manager->AttachServer(host.GetServer()); }
+
+    SimHost host;
+    std::unique_ptr<RecordingManager> manager;
+    SimLiveObjects baseline;
+};
+
+using Calls = std::vector<std::string>;
+
+TEST_F(plugin_manager_test, a_run_prepares_calculates_once_and_exits) {
+    Attach();
+    EXPECT_TRUE(manager->ExecuteFilter());
+    EXPECT_EQ(manager->calls, (Calls{"prepare", "update", "calculate", "exit"}));
+    ASSERT_EQ(host.Log().process.size(), 2u);
+    EXPECT_EQ(host.Log().process[0].first, kHostProcessStateStart);
+    EXPECT_EQ(host.Log().process[1].first, kHostProcessStateEnd);
+}
+
+TEST_F(plugin_manager_test, exit_answer_to_start_skips_parameters_and_calculation) {
+    Attach();
+    host.scriptedAnswers = {kHostProcessAnswerExit};
+    EXPECT_TRUE(manager->ExecuteFilter());
+    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
+}
+
+TEST_F(plugin_manager_test, restart_answers_repeat_the_pass_with_the_same_preparation) {
+    Attach();
+    host.scriptedAnswers = {kHostProcessAnswerContinue, kHostProcessAnswerRestart, kHostProcessAnswerContinue,
+                            kHostProcessAnswerRestart, kHostProcessAnswerExit};
+    EXPECT_TRUE(manager->ExecuteFilter());
+    EXPECT_EQ(manager->calls, (Calls{"prepare", "update", "calculate", "update", "calculate", "exit"}));
+}
+
+TEST_F(plugin_manager_test, any_end_answer_but_restart_ends_the_loop) {
+    for (int64_t answer :
+         {int64_t{kHostProcessAnswerContinue}, int64_t{kHostProcessAnswerExit}, int64_t{0}, int64_t{999}}) {
+        manager->calls.clear();
+        Attach();
+        host.scriptedAnswers = {kHostProcessAnswerContinue, answer};
+        manager->ExecuteFilter();
+        EXPECT_EQ(manager->calls, (Calls{"prepare", "update", "calculate", "exit"})) << answer;
+    }
+}
+
+TEST_F(plugin_manager_test, a_host_without_a_run_record_gets_no_calculation) {
+    host.Records().filterRunRecord = nullptr;
+    Attach();
+    EXPECT_EQ(manager->GetCurrentHostState(kHostProcessStateContinue), kHostProcessAnswerExit);
+    manager->ExecuteFilter();
+    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
+}
+
+TEST_F(plugin_manager_test, host_state_is_the_host_answer) {
+    Attach();
+    host.scriptedAnswers = {kHostProcessAnswerRestart};
+    EXPECT_EQ(manager->GetCurrentHostState(kHostProcessStateContinue), kHostProcessAnswerRestart);
+    EXPECT_EQ(host.Log().process.back().first, kHostProcessStateContinue);
+}
+
+struct OrderCase {
+    int64_t order;
+    int64_t indices[4];
+    int64_t channelCode;
+    int64_t depth;
+    std::vector<int64_t> channelIndex;  // all five entries of the block
+};
+
+TEST_F(plugin_manager_test, blocks_map_each_channel_order_to_its_bitmap) {
+    const OrderCase cases[] = {
+        {kHostChannelOrderGrayAlpha, {0, 1, 2, 3}, kHostChannelCodeGrayAlpha, 2, {0, 0, 0, 0, 0}},
+        {kHostChannelOrderRgbAlpha, {2, 1, 0, 3}, kHostChannelCodeRgbAlpha, 4, {2, 1, 0, 0, 0}},
+        {kHostChannelOrderRgba, {1, 2, 3, 0}, kHostChannelCodeRgba, 4, {1, 2, 3, 0, 0}},
+        {kHostChannelOrderAlpha, {0, 1, 2, 3}, kHostChannelCodeAlpha, 1, {0, 0, 0, 0, 0}},
+        {kHostChannelOrderMask, {0, 1, 2, 3}, kHostChannelCodeGrayAlpha, 2, {0, 0, 0, 0, 0}},
+        {9, {0, 1, 2, 3}, kHostChannelCodeAlpha, 1, {0, 0, 0, 0, 0}},  // an order the plug-in does not know
+    };
+    Attach();
+    for (const OrderCase& c : cases) {
+        SimImage layer = MakeImage(5, 3, c.order, c.indices);
+        for (size_t i = 0; i < layer.pixels.size(); ++i)
+            layer.pixels[i] = static_cast<uint8_t>(i * 7 + 1);
+        host.SetLayer(layer);
+        manager->AllocBitmap();
+        for (const BitmapBlock* block : {&manager->Source(), &manager->Destination()}) {
+            EXPECT_EQ(block->offscreen,
+                      block == &manager->Source() ? host.SourceOffscreen() : host.DestinationOffscreen());
+            EXPECT_EQ(block->channelOrder, c.order);
+            EXPECT_EQ(std::vector<int64_t>(block->channelIndex, block->channelIndex + 5), c.channelIndex)
+                << c.order;
+            EXPECT_EQ(block->width, 5);
+            EXPECT_EQ(block->height, 3);
+            EXPECT_EQ(block->depth, c.depth);
+            SimBitmapInfo info;
+            ASSERT_TRUE(DescribeBitmap(block->bitmap, info));
+            EXPECT_EQ(info.channelCode, c.channelCode) << "order " << c.order;
+            EXPECT_EQ(info.scanline, 16);
+            EXPECT_EQ(block->rowBytes, info.rowBytes);
+            ASSERT_NE(block->pixels, nullptr);
+            for (int64_t y = 0; y < 3; ++y) {
+                EXPECT_EQ(0, std::memcmp(block->pixels + y * block->rowBytes, layer.At(0, y), 5 * c.depth))
+                    << "row " << y << " of order " << c.order;
+            }
+        }
+        EXPECT_TRUE(IsZero(manager->Selection()));
+        manager->ReleaseBitmap();
+    }
+}
+
+TEST_F(plugin_manager_test, the_selection_block_holds_the_mask) {
+    SimImage mask = MakeImage(4, 2, kHostChannelOrderAlpha);
+    mask.pixels = {0, 1, 2, 3, 4, 5, 6, 7};
+    host.SetLayer(MakeImage(4, 2, kHostChannelOrderRgbAlpha));
+    host.SetSelection(mask);
+    Attach();
+    manager->AllocBitmap();
+    const BitmapBlock& selection = manager->Selection();
+    EXPECT_EQ(selection.offscreen, host.SelectionOffscreen());
+    EXPECT_EQ(selection.channelOrder, kHostChannelOrderAlpha);
+    EXPECT_EQ(selection.depth, 1);
+    ASSERT_NE(selection.pixels, nullptr);
+    EXPECT_EQ(selection.pixels[selection.rowBytes + 3], 7);
+}
+
+TEST_F(plugin_manager_test, release_zeroes_the_blocks_and_skips_a_missing_selection) {
+    host.SetLayer(MakeImage(4, 2, kHostChannelOrderGrayAlpha));
+    Attach();
+    manager->AllocBitmap();
+    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps + 2);
+    manager->ReleaseBitmap();
+    EXPECT_TRUE(IsZero(manager->Source()));
+    EXPECT_TRUE(IsZero(manager->Destination()));
+    EXPECT_TRUE(IsZero(manager->Selection()));
+    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
+}
+
+TEST_F(plugin_manager_test, allocating_twice_does_not_lose_bitmaps) {
+    host.SetLayer(MakeImage(4, 2, kHostChannelOrderGrayAlpha));
+    host.SetSelection(MakeImage(4, 2, kHostChannelOrderAlpha));
+    Attach();
+    manager->AllocBitmap();
+    manager->AllocBitmap();
+    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps + 3);
+}
+
+TEST_F(plugin_manager_test, empty_or_missing_images_leave_the_blocks_unused) {
+    Attach();
+    manager->AllocBitmap();  // the host has no layer at all
+    EXPECT_TRUE(IsZero(manager->Source()));
+    host.SetLayer(MakeImage(0, 7, kHostChannelOrderRgbAlpha));
+    manager->AllocBitmap();
+    EXPECT_TRUE(IsZero(manager->Source()));
+    EXPECT_TRUE(IsZero(manager->Destination()));
+    manager->ApplyBitmap();
+    EXPECT_TRUE(host.Log().updatedAreas.empty());
+    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
+}
+
+TEST_F(plugin_manager_test, apply_writes_the_destination_back_and_reports_its_area) {
+    host.SetLayer(MakeImage(3, 2, kHostChannelOrderGrayAlpha));
+    Attach();
+    manager->AllocBitmap();
+    const BitmapBlock& dest = manager->Destination();
+    dest.pixels[dest.rowBytes + 2 * 2] = 77;  // grey of pixel (2, 1)
+    EXPECT_EQ(host.Destination()->At(2, 1)[0], 0);
+    manager->ApplyBitmap();
+    EXPECT_EQ(host.Destination()->At(2, 1)[0], 77);
+    EXPECT_EQ(host.Layer()->At(2, 1)[0], 0);  // only the destination is written
+    ASSERT_EQ(host.Log().updatedAreas.size(), 1u);
+    EXPECT_EQ(host.Log().updatedAreas[0].right, 3);
+    EXPECT_EQ(host.Log().updatedAreas[0].bottom, 2);
+    manager->ReleaseBitmap();
+}
+
+TEST_F(plugin_manager_test, destroying_the_manager_releases_bitmaps_and_property) {
+    host.SetLayer(MakeImage(3, 2, kHostChannelOrderRgbAlpha));
+    Attach();
+    manager->InitFilter();
+    manager->AllocBitmap();
+    EXPECT_EQ(LiveObjects().properties, baseline.properties + 1);
+    manager.reset();
+    EXPECT_EQ(LiveObjects().properties, baseline.properties);
+    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
+    EXPECT_EQ(host.Panel(), nullptr);
+}
+
+TEST_F(plugin_manager_test, init_filter_hands_over_the_panel_and_its_callback) {
+    Attach();
+    manager->InitFilter();
+    EXPECT_NE(manager->Property(), nullptr);
+    EXPECT_EQ(host.Panel(), manager->Property());
+    EXPECT_EQ(host.Notify(205, kHostNotifyValueChanged), kHostPropertyModified);
+    EXPECT_EQ(manager->calls, (Calls{"changed 205"}));
+    EXPECT_EQ(manager->changedProperty, manager->Property());
+    // Opening the filter again replaces the panel without keeping the old one.
+    manager->InitFilter();
+    EXPECT_EQ(LiveObjects().properties, baseline.properties + 1);
+}
+
+TEST_F(plugin_manager_test, notifications_reach_their_hooks_with_their_results) {
+    Attach();
+    int64_t result = 0;
+    auto* property = reinterpret_cast<_Property*>(0x1234);
+    PluginManager::PropertyCallback(&result, property, 224, kHostNotifyValueChanged, manager.get());
+    EXPECT_EQ(result, kHostPropertyModified);
+    EXPECT_EQ(manager->changedProperty, property);
+    manager->redraw = false;
+    PluginManager::PropertyCallback(&result, property, 225, kHostNotifyValueChanged, manager.get());
+    EXPECT_EQ(result, kHostPropertyUnchanged);
+    PluginManager::PropertyCallback(&result, property, 300, kHostNotifyButtonPushed, manager.get());
+    EXPECT_EQ(result, kHostPropertyUnchanged);
+    PluginManager::PropertyCallback(&result, property, 301, 18, manager.get());
+    EXPECT_EQ(result, kHostPropertyUnchanged);
+    EXPECT_EQ(manager->calls, (Calls{"changed 224", "changed 225", "pushed 300"}));
+    PluginManager::PropertyCallback(nullptr, property, 224, kHostNotifyValueChanged, manager.get());
+    PluginManager::PropertyCallback(&result, property, 224, kHostNotifyValueChanged, nullptr);
+    EXPECT_EQ(result, kHostPropertyUnchanged);
+}
+
+TEST_F(plugin_manager_test, an_invalid_manager_ignores_notifications) {
+    int64_t result = 0;
+    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyValueChanged, manager.get());
+    EXPECT_EQ(result, kHostPropertyUnchanged);
+    host.Services().stringService = nullptr;
+    Attach();
+    EXPECT_FALSE(manager->IsValid());
+    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyButtonPushed, manager.get());
+    EXPECT_TRUE(manager->calls.empty());
+}
+
+TEST_F(plugin_manager_test, validity_needs_records_and_the_string_service) {
+    EXPECT_FALSE(manager->IsValid());
+    Attach();
+    EXPECT_TRUE(manager->IsValid());
+    host.GetServer()->recordSuite = nullptr;
+    Attach();
+    EXPECT_FALSE(manager->IsValid());
+    manager->AttachServer(nullptr);
+    EXPECT_FALSE(manager->IsValid());
+}
+
+TEST_F(plugin_manager_test, layer_mode_bits_become_target_kinds) {
+    Attach();
+    manager->SetLayerMode(35);
+    EXPECT_EQ(host.Log().targetKinds, (std::vector<int64_t>{257, 258, 262}));
+    manager->SetLayerMode(0);
+    EXPECT_EQ(host.Log().targetKinds, (std::vector<int64_t>{}));
+    manager->SetLayerMode(-1);  // bits above 5 are ignored
+    EXPECT_EQ(host.Log().targetKinds, (std::vector<int64_t>{257, 258, 259, 260, 261, 262}));
+    manager->SetLayerMode(0x40 | 0x4);
+    EXPECT_EQ(host.Log().targetKinds, (std::vector<int64_t>{259}));
+}
+
+TEST_F(plugin_manager_test, filter_settings_reach_the_host) {
+    std::string error;
+    ASSERT_TRUE(host.Resources().Parse("101 = Lines\n102 = Speed\n", "test", error));
+    Attach();
+    manager->SetPluginName(101, 'l', 102, 'p');
+    EXPECT_EQ(host.Log().categoryName, u"Lines");
+    EXPECT_EQ(host.Log().categoryKey, 'l');
+    EXPECT_EQ(host.Log().filterName, u"Speed");
+    EXPECT_EQ(host.Log().filterKey, 'p');
+    manager->EnablePreview(false);
+    manager->EnableDrawEmptyArea(true);
+    EXPECT_EQ(host.Log().canPreview, false);
+    EXPECT_EQ(host.Log().useEmptyArea, true);
+    manager->SetProgressMax(500);
+    manager->SetProgressValue(17);
+    EXPECT_EQ(host.Log().progressTotals, (std::vector<int64_t>{500}));
+    EXPECT_EQ(host.Log().progressValues, (std::vector<int64_t>{17}));
+}
+
+TEST_F(plugin_manager_test, document_queries_read_the_host) {
+    host.SetCanvasSize(640, 480);
+    host.resolution = 600.0;
+    host.mainColor = {0x10, 0x20, 0x30};
+    host.mainAlpha = 0x40;
+    Attach();
+    int64_t width = -1, height = -1;
+    manager->GetCanvasSize(width, height);
+    EXPECT_EQ(width, 640);
+    EXPECT_EQ(height, 480);
+    EXPECT_EQ(manager->GetDpi(), 600.0);
+    EXPECT_EQ(manager->GetMainColor(), 0x302010u);  // alpha dropped
+}
+
+TEST_F(plugin_manager_test, registration_sends_identifier_and_kind) {
+    EXPECT_TRUE(manager->RegisterPlugin(host.GetServer()));
+    EXPECT_EQ(host.Log().moduleId, "3A7C51E2-94B0-4F6D-8E21-C5D90B7A4F13");
+    EXPECT_EQ(host.Log().moduleKind, kHostModuleKindFilter);
+    EXPECT_FALSE(manager->IsValid());  // registration does not attach the server
+}
+
+TEST_F(plugin_manager_test, an_overlong_identifier_is_cut_to_the_buffer) {
+    manager->guid = std::string(200, 'x');
+    EXPECT_TRUE(manager->RegisterPlugin(host.GetServer()));
+    EXPECT_EQ(host.Log().moduleId, std::string(kGuidBufferSize - 1, 'x'));
+}
+
+TEST_F(plugin_manager_test, registration_fails_for_old_or_incomplete_hosts) {
+    EXPECT_FALSE(manager->RegisterPlugin(nullptr));
+    host.hostVersion = 0;
+    EXPECT_FALSE(manager->RegisterPlugin(host.GetServer()));
+    host.hostVersion = -5;
+    EXPECT_FALSE(manager->RegisterPlugin(host.GetServer()));
+    host.hostVersion = 1;
+    host.Services().stringService = nullptr;
+    EXPECT_FALSE(manager->RegisterPlugin(host.GetServer()));
+    EXPECT_TRUE(host.Log().moduleId.empty());
+}
+
+TEST_F(plugin_manager_test, a_manager_without_a_server_answers_safely) {
+    manager->allocate = true;
+    EXPECT_TRUE(manager->ExecuteFilter());
+    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
+    int64_t width = 9, height = 9;
+    manager->GetCanvasSize(width, height);
+    EXPECT_EQ(width, 0);
+    EXPECT_EQ(height, 0);
+    EXPECT_EQ(manager->GetDpi(), 0.0);
+    EXPECT_EQ(manager->GetMainColor(), 0u);
+    manager->InitFilter();
+    EXPECT_EQ(manager->Property(), nullptr);
+    manager->SetPluginName(101, 'a', 102, 'b');
+    manager->SetLayerMode(35);
+    manager->EnablePreview(true);
+    manager->ApplyBitmap();
+    EXPECT_TRUE(manager->GetResourceText(101).empty());
+}
+
+}  // namespace

@@ -1,0 +1,304 @@
+// The panel operations of PluginManager against the simulated host's property service.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/PluginManager.h"
+#include "tools/host/SimHost.h"
+
+using namespace brivane::tools;
+
+namespace {
+
+class PanelManager : public PluginManager {
+public:
+    void OnGetGuid(char* buffer) override { std::strcpy(buffer, "test"); }
+};
+
+class property_panel_test : public ::testing::Test {
+protected:
+    void SetUp() override {
+        TakeProtocolErrors();
+        baseline = LiveObjects();
+        std::string error;
+        ASSERT_TRUE(
+            host.Resources().Parse("140 = Preset\n142 = (defaults)\n150 = Arrangement\n151 = Radiate\n"
+                                   "152 = Parallel\n153 = Circle\n162 = Curvature\n170 = Point 1\n"
+                                   "207 = As distance\n224 = Spacing\n300 =\n",
+                                   "test", error))
+            << error;
+        host.SetCanvasSize(800, 600);
+        manager.AttachServer(host.GetServer());
+        manager.InitFilter();
+    }
+    void TearDown() override {
+        // Every caption and row string went back to the host right after its call.
+        EXPECT_EQ(LiveObjects().strings, baseline.strings);
+        for (const std::string& misuse : TakeProtocolErrors())
+            ADD_FAILURE() << misuse;
+    }
+    const SimItem& Item(int64_t key) {
+        const SimItem* item = host.FindItem(key);
+        if (!item) throw std::runtime_error("no item " + std::to_string(key));
+        return *item;
+    }
+    static std::vector<std::u16string> RowTexts(const SimItem& item) {
+        std::vector<std::u16string> texts;
+        for (const SimEnumRow& row : item.rows)
+            texts.push_back(row.text);
+        return texts;
+    }
+    static std::vector<int64_t> RowValues(const SimItem& item) {
+        std::vector<int64_t> values;
+        for (const SimEnumRow& row : item.rows)
+            values.push_back(row.value);
+        return values;
+    }
+
+    SimHost host;
+    PanelManager manager;
+    SimLiveObjects baseline;
+};
+
+TEST_F(property_panel_test, a_slider_gets_its_caption_range_default_and_value) {
+    manager.AddSlider(224, 'a', 1, 1000, 50);
+    const SimItem& item = Item(224);
+    EXPECT_EQ(item.valueKind, kHostValueKindInteger);
+    EXPECT_EQ(item.displayKind, 17);
+    EXPECT_EQ(item.inputKind, 17);
+    EXPECT_EQ(item.caption, u"Spacing");
+    EXPECT_EQ(item.accessKey, 'a');
+    EXPECT_EQ(item.intMin, 1);
+    EXPECT_EQ(item.intMax, 1000);
+    EXPECT_EQ(item.intDefault, 50);
+    EXPECT_EQ(item.intValue, 50);
+}
+
+TEST_F(property_panel_test, a_decimal_slider_gets_its_range_default_and_value) {
+    manager.AddDblSlider(162, 'r', -10.0, 10.0, 1.0);
+    const SimItem& item = Item(162);
+    EXPECT_EQ(item.valueKind, kHostValueKindDecimal);
+    EXPECT_EQ(item.inputKind, 17);
+    EXPECT_EQ(item.caption, u"Curvature");
+    EXPECT_EQ(item.decMin, -10.0);
+    EXPECT_EQ(item.decMax, 10.0);
+    EXPECT_EQ(item.decDefault, 1.0);
+    EXPECT_EQ(item.decValue, 1.0);
+}
+
+TEST_F(property_panel_test, a_check_box_gets_default_and_value) {
+    manager.AddCheckBox(207, 'd', true);
+    const SimItem& item = Item(207);
+    EXPECT_EQ(item.valueKind, kHostValueKindBoolean);
+    EXPECT_EQ(item.caption, u"As distance");
+    EXPECT_TRUE(item.boolDefault);
+    EXPECT_TRUE(item.boolValue);
+}
+
+TEST_F(property_panel_test, a_list_from_resource_ids_numbers_its_rows_from_0) {
+    const int64_t rows[] = {151, 152, 153};
+    manager.AddComboBox(150, 't', rows, 3);
+    const SimItem& item = Item(150);
+    EXPECT_EQ(item.valueKind, kHostValueKindEnumeration);
+    EXPECT_EQ(item.caption, u"Arrangement");
+    EXPECT_EQ(RowTexts(item), (std::vector<std::u16string>{u"Radiate", u"Parallel", u"Circle"}));
+    EXPECT_EQ(RowValues(item), (std::vector<int64_t>{0, 1, 2}));
+    EXPECT_EQ(item.enumDefault, 0);
+}
+
+TEST_F(property_panel_test, a_list_without_rows_still_has_default_0) {
+    manager.AddComboBox(150, 't', nullptr, 0);
+    EXPECT_TRUE(Item(150).rows.empty());
+    EXPECT_EQ(Item(150).enumDefault, 0);
+    manager.AddComboBox(140, 'r', std::vector<std::u16string>{});
+    EXPECT_TRUE(Item(140).rows.empty());
+    EXPECT_EQ(Item(140).enumDefault, 0);
+}
+
+TEST_F(property_panel_test, a_list_from_texts_keeps_their_order) {
+    manager.AddComboBox(140, 'r', std::vector<std::u16string>{u"(defaults)", u"dusk", u"", u"\u6f2b\u753b"});
+    const SimItem& item = Item(140);
+    EXPECT_EQ(item.caption, u"Preset");
+    EXPECT_EQ(RowTexts(item), (std::vector<std::u16string>{u"(defaults)", u"dusk", u"", u"\u6f2b\u753b"}));
+    EXPECT_EQ(RowValues(item), (std::vector<int64_t>{0, 1, 2, 3}));
+    manager.AddComboBoxItem(140, u"new", 4);
+    EXPECT_EQ(Item(140).rows.back().text, u"new");
+    EXPECT_EQ(Item(140).rows.back().value, 4);
+}
+
+TEST_F(property_panel_test, a_canvas_point_gets_its_placement_and_limit) {
+    manager.AddCanvas(170, 'd', kHostPointDefaultCentre);
+    const SimItem& item = Item(170);
+    EXPECT_EQ(item.valueKind, kHostValueKindPoint);
+    EXPECT_EQ(item.displayKind, 17);
+    EXPECT_EQ(item.inputKind, 49);
+    EXPECT_EQ(item.caption, u"Point 1");
+    EXPECT_EQ(item.pointDefaultKind, 37);
+    EXPECT_EQ(item.pointLimitKind, 34);
+    EXPECT_EQ(item.pointValue.x, 400);  // the simulated host places kind 37 at the centre
+    EXPECT_EQ(item.pointValue.y, 300);
+}
+
+TEST_F(property_panel_test, an_item_without_a_caption_text_is_still_added) {
+    manager.AddSlider(999, 'z', 0, 1, 0);
+    EXPECT_FALSE(Item(999).caption.has_value());
+    EXPECT_EQ(host.Log().missingResourceIds, (std::vector<int64_t>{999}));
+}
+
+TEST_F(property_panel_test, updates_report_a_change_only_when_the_value_differs) {
+    manager.AddSlider(224, 'a', 1, 1000, 50);
+    manager.AddDblSlider(162, 'r', -10.0, 10.0, 1.0);
+    manager.AddCheckBox(207, 'd', false);
+    const int64_t rows[] = {151, 152, 153};
+    manager.AddComboBox(150, 't', rows, 3);
+    manager.AddCanvas(170, 'd', kHostPointDefaultCentre);
+
+    int64_t spacing = 50;
+    double curvature = 1.0;
+    bool asDistance = false;
+    int64_t arrangement = 0;
+    Point point{400, 300};
+    EXPECT_FALSE(manager.UpdateIntValue(224, &spacing));
+    EXPECT_FALSE(manager.UpdateDoubleValue(162, &curvature));
+    EXPECT_FALSE(manager.UpdateBoolValue(207, &asDistance));
+    EXPECT_FALSE(manager.UpdateEnumValue(150, &arrangement));
+    EXPECT_FALSE(manager.UpdatePointValue(170, &point));
+
+    std::string error;
+    ASSERT_TRUE(host.SetItemValue(224, "20", error)) << error;
+    ASSERT_TRUE(host.SetItemValue(162, "1.0000001", error)) << error;
+    ASSERT_TRUE(host.SetItemValue(207, "true", error)) << error;
+    ASSERT_TRUE(host.SetItemValue(150, "2", error)) << error;
+    ASSERT_TRUE(host.SetItemValue(170, "400,301", error)) << error;
+    EXPECT_TRUE(manager.UpdateIntValue(224, &spacing));
+    EXPECT_TRUE(manager.UpdateDoubleValue(162, &curvature));  // exact comparison
+    EXPECT_TRUE(manager.UpdateBoolValue(207, &asDistance));
+    EXPECT_TRUE(manager.UpdateEnumValue(150, &arrangement));
+    EXPECT_TRUE(manager.UpdatePointValue(170, &point));
+    EXPECT_EQ(spacing, 20);
+    EXPECT_EQ(curvature, 1.0000001);
+    EXPECT_TRUE(asDistance);
+    EXPECT_EQ(arrangement, 2);
+    EXPECT_EQ(point, (Point{400, 301}));
+    EXPECT_FALSE(manager.UpdatePointValue(170, &point));
+}
+
+TEST_F(property_panel_test, an_unchanged_decimal_leaves_the_field_alone) {
+    manager.AddDblSlider(162, 'r', -10.0, 10.0, 0.5);
+    double curvature = 0.5;
+    EXPECT_FALSE(manager.UpdateDoubleValue(162, &curvature));
+    EXPECT_EQ(curvature, 0.5);
+}
+
+TEST_F(property_panel_test, set_operations_change_the_host_values) {
+    manager.AddSlider(224, 'a', 1, 1000, 50);
+    manager.AddDblSlider(162, 'r', -10.0, 10.0, 1.0);
+    manager.AddCheckBox(207, 'd', false);
+    const int64_t rows[] = {151, 152, 153};
+    manager.AddComboBox(150, 't', rows, 3);
+    manager.AddCanvas(170, 'd', kHostPointDefaultCentre);
+    manager.SetIntValue(224, 7);
+    manager.SetDoubleValue(162, -2.5);
+    manager.SetBoolValue(207, true);
+    manager.SetEnumValue(150, 1);
+    manager.SetPointValue(170, Point{-3, 12});
+    EXPECT_EQ(Item(224).intValue, 7);
+    EXPECT_EQ(Item(162).decValue, -2.5);
+    EXPECT_TRUE(Item(207).boolValue);
+    EXPECT_EQ(Item(150).enumValue, 1);
+    EXPECT_EQ(manager.GetEnumValue(150), 1);
+    EXPECT_EQ(Item(170).pointValue.x, -3);
+    EXPECT_EQ(Item(170).pointValue.y, 12);
+    // Defaults stay where the items were created.
+    EXPECT_EQ(Item(224).intDefault, 50);
+    EXPECT_EQ(Item(162).decDefault, 1.0);
+}
+
+TEST_F(property_panel_test, resets_read_the_default_into_the_field_and_the_item) {
+    manager.AddSlider(224, 'a', 1, 1000, 50);
+    manager.AddDblSlider(162, 'r', -10.0, 10.0, 1.0);
+    manager.AddCheckBox(207, 'd', true);
+    const int64_t rows[] = {151, 152, 153};
+    manager.AddComboBox(150, 't', rows, 3);
+    manager.SetIntValue(224, 7);
+    manager.SetDoubleValue(162, -2.5);
+    manager.SetBoolValue(207, false);
+    manager.SetEnumValue(150, 2);
+
+    int64_t spacing = 7, arrangement = 2;
+    double curvature = -2.5;
+    bool asDistance = false;
+    manager.ResetIntValue(224, spacing);
+    manager.ResetDoubleValue(162, curvature);
+    manager.ResetBoolValue(207, asDistance);
+    manager.ResetEnumValue(150, arrangement);
+    EXPECT_EQ(spacing, 50);
+    EXPECT_EQ(curvature, 1.0);
+    EXPECT_TRUE(asDistance);
+    EXPECT_EQ(arrangement, 0);
+    EXPECT_EQ(Item(224).intValue, 50);
+    EXPECT_EQ(Item(162).decValue, 1.0);
+    EXPECT_TRUE(Item(207).boolValue);
+    EXPECT_EQ(Item(150).enumValue, 0);
+}
+
+TEST_F(property_panel_test, resource_texts_stop_at_the_first_zero) {
+    EXPECT_EQ(manager.GetResourceText(151), u"Radiate");
+    EXPECT_EQ(manager.GetResourceText(300), u"");  // an empty text
+    EXPECT_EQ(manager.GetResourceText(301), u"");  // no text at all
+    host.Resources().Set(302, std::u16string(u"ab\0cd", 5));
+    EXPECT_EQ(manager.GetResourceText(302), u"ab");
+}
+
+TEST_F(property_panel_test, a_host_that_cannot_answer_leaves_the_fields_alone) {
+    manager.AddSlider(224, 'a', 1, 1000, 50);
+    host.PropertyService().getIntegerValue = nullptr;
+    host.PropertyService().getIntegerDefault = nullptr;
+    int64_t spacing = 9;
+    EXPECT_FALSE(manager.UpdateIntValue(224, &spacing));
+    EXPECT_EQ(spacing, 9);
+    manager.ResetIntValue(224, spacing);
+    EXPECT_EQ(spacing, 9);
+    host.Services().pointEnumPropertyService = nullptr;
+    manager.AttachServer(host.GetServer());
+    EXPECT_EQ(manager.GetEnumValue(150), 0);
+    Point point{1, 2};
+    EXPECT_FALSE(manager.UpdatePointValue(170, &point));
+    manager.AddComboBox(150, 't', std::vector<std::u16string>{u"a"});  // item added, rows skipped
+    EXPECT_TRUE(Item(150).rows.empty());
+}
+
+TEST_F(property_panel_test, before_filter_initialise_every_operation_does_nothing) {
+    PanelManager fresh;
+    fresh.AttachServer(host.GetServer());
+    const int64_t rows[] = {151};
+    fresh.AddSlider(1, 'a', 0, 1, 0);
+    fresh.AddDblSlider(2, 'a', 0, 1, 0);
+    fresh.AddCheckBox(3, 'a', true);
+    fresh.AddComboBox(4, 'a', rows, 1);
+    fresh.AddComboBox(5, 'a', std::vector<std::u16string>{u"x"});
+    fresh.AddComboBoxItem(5, u"y", 1);
+    fresh.AddCanvas(6, 'a', kHostPointDefaultCentre);
+    int64_t value = 3;
+    double decimal = 3.0;
+    bool flag = true;
+    Point point{3, 3};
+    EXPECT_FALSE(fresh.UpdateIntValue(1, &value));
+    EXPECT_FALSE(fresh.UpdateEnumValue(4, &value));
+    EXPECT_FALSE(fresh.UpdateDoubleValue(2, &decimal));
+    EXPECT_FALSE(fresh.UpdateBoolValue(3, &flag));
+    EXPECT_FALSE(fresh.UpdatePointValue(6, &point));
+    fresh.ResetIntValue(1, value);
+    fresh.ResetDoubleValue(2, decimal);
+    fresh.ResetBoolValue(3, flag);
+    fresh.ResetEnumValue(4, value);
+    EXPECT_EQ(value, 3);
+    EXPECT_EQ(fresh.GetEnumValue(4), 0);
+    EXPECT_TRUE(host.Items().empty());
+    EXPECT_EQ(fresh.GetResourceText(151), u"Radiate");  // texts need no panel
+}
+
+}  // namespace

@@ -1,0 +1,37 @@
+// PluginModule: a plug-in module loaded with dlopen, and the data slot the host keeps for it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "host/HostApi.h"
+
+namespace brivane::tools {
+
+class PluginModule {
+public:
+    PluginModule() = default;
+    ~PluginModule() { Unload(); }
+    PluginModule(const PluginModule&) = delete;
+    PluginModule& operator=(const PluginModule&) = delete;
+
+    // Loads the module and resolves TriglavPluginCall. False with a one-line reason.
+    bool Load(const std::string& path, std::string& error);
+    // Unloads the module; the caller terminates it first (module terminate), as a host does.
+    void Unload();
+    bool IsLoaded() const { return m_entry != nullptr; }
+
+    // Calls the entry with this module's data slot; returns the result word (-1 unless the entry wrote
+    // something else, and -1 when nothing is loaded).
+    int64_t Call(int64_t selector, Server* server);
+    void* Slot() const { return m_slot; }
+    void SetSlot(void* slot) { m_slot = slot; }
+    TriglavPluginCallProc Entry() const { return m_entry; }
+
+private:
+    void* m_handle = nullptr;
+    TriglavPluginCallProc m_entry = nullptr;
+    void* m_slot = nullptr;
+};
+
+}  // namespace brivane::tools
