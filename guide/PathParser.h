@@ -138,6 +138,11 @@ public:
     const PositionData& GetPosition() const { return m_position; }
 
 private:
+    // The end of every forward move: counts the distance and runs on past the end of an open path.
+    PathPoint FinishForwardMove(double distance, double remainder);
+    // On a looping path, what is left of a move after whole laps are dropped.
+    double DropWholeLaps(double remainder, bool forwards);
+
     std::vector<PathSegment> m_segments;
     double m_width = 0;  // horizontal extent of the guide before its transform, set by the reader
     std::vector<LineSegment> m_lines;

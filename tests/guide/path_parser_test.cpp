@@ -1,0 +1,563 @@
+#include "guide/PathParser.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace {
+
+constexpr double kNear = 1e-9;
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+#define EXPECT_POINT(actual, ex, ey)           \
+    do {                                       \
+        const PathPoint p_ = (actual);         \
+        EXPECT_NEAR(p_.x, (ex), kNear) << "x"; \
+        EXPECT_NEAR(p_.y, (ey), kNear) << "y"; \
+    } while (false)
+
+// An open path of length 100 with a corner: 60 to the right, then 40 down.
+PathParser MakeOpenCorner() {
+    PathParser path;
+    path.AppendMoveTo({0, 0});
+    path.AppendLineTo({60, 0});
+    path.AppendLineTo({60, 40});
+    path.PrepareSegments(false);
+    return path;
+}
+
+// A closed 25 x 25 square, length 100, walked in looping mode.
+PathParser MakeSquareRing() {
+    PathParser path;
+    path.AppendMoveTo({0, 0});
+    path.AppendLineTo({25, 0});
+    path.AppendLineTo({25, 25});
+    path.AppendLineTo({0, 25});
+    path.AppendLineTo({0, 0});
+    path.PrepareSegments(true);
+    return path;
+}
+
+PathPoint QuadraticAt(const PathPoint& p0, const PathPoint& p1, const PathPoint& p2, double t) {
+    const double u = 1 - t;
+    return {u * u * p0.x + 2 * u * t * p1.x + t * t * p2.x, u * u * p0.y + 2 * u * t * p1.y + t * t * p2.y};
+}
+
+PathPoint CubicAt(const PathPoint& p0, const PathPoint& p1, const PathPoint& p2, const PathPoint& p3,
+                  double t) {
+    const double u = 1 - t;
+    const double a = u * u * u, b = 3 * u * u * t, c = 3 * u * t * t, d = t * t * t;
+    return {a * p0.x + b * p1.x + c * p2.x + d * p3.x, a * p0.y + b * p1.y + c * p2.y + d * p3.y};
+}
+
+double DistanceToPiece(const PathPoint& p, const LineSegment& line) {
+    const double dx = line.end.x - line.start.x, dy = line.end.y - line.start.y;
+    const double squared = dx * dx + dy * dy;
+    double t = squared > 0 ? ((p.x - line.start.x) * dx + (p.y - line.start.y) * dy) / squared : 0;
+    t = std::clamp(t, 0.0, 1.0);
+    return std::hypot(p.x - (line.start.x + t * dx), p.y - (line.start.y + t * dy));
+}
+
+double DistanceToPolyline(const PathPoint& p, const std::vector<LineSegment>& lines) {
+    double best = kInf;
+    for (const LineSegment& line : lines)
+        best = std::min(best, DistanceToPiece(p, line));
+    return best;
+}
+
+// The pieces join up end to end, from `from` to `to`, and each carries its own length.
+void ExpectChain(const std::vector<LineSegment>& lines, const PathPoint& from, const PathPoint& to) {
+    ASSERT_FALSE(lines.empty());
+    EXPECT_POINT(lines.front().start, from.x, from.y);
+    EXPECT_POINT(lines.back().end, to.x, to.y);
+    for (size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_DOUBLE_EQ(lines[i].length, PathParser::Dist(lines[i].start, lines[i].end)) << i;
+        if (i > 0) {
+            EXPECT_EQ(lines[i].start.x, lines[i - 1].end.x) << i;
+            EXPECT_EQ(lines[i].start.y, lines[i - 1].end.y) << i;
+        }
+    }
+}
+
+std::vector<LineSegment> ToPieces(const std::vector<PathPoint>& polyline) {
+    std::vector<LineSegment> lines;
+    for (size_t i = 1; i < polyline.size(); ++i) {
+        lines.push_back({polyline[i - 1], polyline[i], PathParser::Dist(polyline[i - 1], polyline[i])});
+    }
+    return lines;
+}
+
+// --- Geometry helpers ---------------------------------------------------------------------------------
+
+TEST(geometry_test, measures_distance_between_points) {
+    EXPECT_DOUBLE_EQ(PathParser::Dist({1, 2}, {4, 6}), 5);
+}
+
+TEST(geometry_test, measures_distance_from_the_infinite_line) {
+    // Beyond the end of a and b still counts: the line is infinite.
+    EXPECT_DOUBLE_EQ(PathParser::LineDistance({30, 7}, {0, 0}, {10, 0}), 7);
+    EXPECT_NEAR(PathParser::LineDistance({0, 10}, {0, 0}, {10, 10}), std::sqrt(50.0), kNear);
+    EXPECT_EQ(PathParser::LineDistance({3, 4}, {1, 1}, {1, 1}), 0);
+}
+
+TEST(geometry_test, measures_distance_from_a_short_line_far_from_the_origin) {
+    // Short chords far out are what curve halving meets on large guides.
+    const double far = 1e8;
+    EXPECT_NEAR(PathParser::LineDistance({far + 5, far + 0.25}, {far, far}, {far + 0.001, far}), 0.25, 1e-6);
+}
+
+// --- Flattening ---------------------------------------------------------------------------------------
+
+TEST(flatten_test, flattens_the_arch_within_tolerance_with_lengths_that_add_up) {
+    const PathPoint p0{0, 50}, p1{50, 0}, p2{100, 50};
+    std::vector<LineSegment> lines;
+    const double total = PathParser::FlattenQuadratic(lines, p0, p1, p2, 0.5);
+
+    // Midpoint gaps 25, 6.25, 1.5625, 0.39: three halvings, eight pieces.
+    ASSERT_EQ(lines.size(), 8u);
+    ExpectChain(lines, p0, p2);
+    double sum = 0;
+    for (const LineSegment& line : lines)
+        sum += line.length;
+    EXPECT_DOUBLE_EQ(total, sum);
+    for (int i = 0; i <= 1000; ++i) {
+        EXPECT_LE(DistanceToPolyline(QuadraticAt(p0, p1, p2, i / 1000.0), lines), 0.5) << i;
+    }
+    // Pieces come in path order: left to right along the arch.
+    for (size_t i = 1; i < lines.size(); ++i)
+        EXPECT_GT(lines[i].start.x, lines[i - 1].start.x);
+}
+
+TEST(flatten_test, appends_quadratic_pieces_after_what_is_there) {
+    std::vector<LineSegment> lines{{{-5, 0}, {0, 0}, 5}};
+    const double total = PathParser::FlattenQuadratic(lines, {0, 0}, {5, 0}, {10, 0}, 0.5);
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_DOUBLE_EQ(total, 10);
+    EXPECT_POINT(lines[1].end, 10, 0);
+}
+
+TEST(flatten_test, keeps_a_straight_cubic_as_one_piece) {
+    const std::vector<PathPoint> polyline = PathParser::FlattenCubic({0, 0}, {30, 0}, {70, 0}, {100, 0}, 0.5);
+    ASSERT_EQ(polyline.size(), 2u);
+    EXPECT_POINT(polyline[0], 0, 0);
+    EXPECT_POINT(polyline[1], 100, 0);
+}
+
+TEST(flatten_test, makes_a_closed_cubic_one_zero_length_piece) {
+    PathParser path;
+    path.AppendMoveTo({10, 10});
+    path.AppendCubicBezier({50, 80}, {90, -20}, {10, 10});
+    path.PrepareSegments(false);
+    ASSERT_EQ(path.GetLines().size(), 1u);
+    EXPECT_POINT(path.GetLines()[0].start, 10, 10);
+    EXPECT_POINT(path.GetLines()[0].end, 10, 10);
+    EXPECT_EQ(path.GetLines()[0].length, 0);
+    EXPECT_EQ(path.GetTotalLength(), 0);
+}
+
+TEST(flatten_test, flattens_a_curved_cubic_within_tolerance_without_repeated_points) {
+    const PathPoint p0{0, 0}, p1{0, 100}, p2{100, 100}, p3{100, 0};
+    const std::vector<PathPoint> polyline = PathParser::FlattenCubic(p0, p1, p2, p3, 0.5);
+    ASSERT_GT(polyline.size(), 2u);
+    const std::vector<LineSegment> lines = ToPieces(polyline);
+    ExpectChain(lines, p0, p3);
+    for (const LineSegment& line : lines)
+        EXPECT_GT(line.length, 0);
+    for (int i = 0; i <= 1000; ++i) {
+        EXPECT_LE(DistanceToPolyline(CubicAt(p0, p1, p2, p3, i / 1000.0), lines), 0.5) << i;
+    }
+}
+
+TEST(prepare_test, builds_pieces_and_total_length_from_all_command_kinds) {
+    PathParser path;
+    path.AppendMoveTo({0, 50});
+    path.AppendQuadBezier({50, 0}, {100, 50});
+    path.AppendLineTo({100, 100});
+    path.AppendCubicBezier({0, 200}, {200, 200}, {100, 100});
+    path.PrepareSegments(false);
+
+    std::vector<LineSegment> arch;
+    const double archLength = PathParser::FlattenQuadratic(arch, {0, 50}, {50, 0}, {100, 50}, 0.5);
+    const std::vector<LineSegment>& lines = path.GetLines();
+    // The cubic closes on its own start, so it is a single zero-length piece.
+    ASSERT_EQ(lines.size(), arch.size() + 2);
+    ExpectChain(lines, {0, 50}, {100, 100});
+    EXPECT_DOUBLE_EQ(path.GetTotalLength(), archLength + 50);
+    EXPECT_POINT(path.GetPosition().point, 0, 50);
+}
+
+TEST(prepare_test, gives_no_pieces_for_move_tos_only) {
+    PathParser path;
+    path.AppendMoveTo({10, 20});
+    path.AppendMoveTo({30, 40});
+    path.PrepareSegments(false);
+    EXPECT_TRUE(path.GetLines().empty());
+    EXPECT_EQ(path.GetTotalLength(), 0);
+    EXPECT_POINT(path.GetPosition().point, 0, 0);
+}
+
+TEST(prepare_test, jumps_the_gap_left_by_a_move_to_in_mid_path) {
+    PathParser path;
+    path.AppendMoveTo({0, 0});
+    path.AppendLineTo({10, 0});
+    path.AppendMoveTo({20, 0});
+    path.AppendLineTo({30, 0});
+    path.PrepareSegments(false);
+    EXPECT_EQ(path.GetLines().size(), 2u);
+    EXPECT_DOUBLE_EQ(path.GetTotalLength(), 20);
+    EXPECT_POINT(path.MoveNext(15), 25, 0);
+}
+
+TEST(prepare_test, starts_a_path_without_move_to_where_the_last_preparation_ended) {
+    PathParser path;
+    path.AppendLineTo({10, 0});
+    path.PrepareSegments(false);
+    EXPECT_POINT(path.GetLines()[0].start, 0, 0);
+
+    path.Clear();
+    path.AppendLineTo({10, 30});
+    path.PrepareSegments(false);
+    ASSERT_EQ(path.GetLines().size(), 1u);
+    EXPECT_POINT(path.GetLines()[0].start, 10, 0);
+    EXPECT_DOUBLE_EQ(path.GetTotalLength(), 30);
+}
+
+TEST(prepare_test, skips_commands_of_unknown_type) {
+    PathParser path;
+    path.AppendMoveTo({0, 0});
+    path.Append({7, {{50, 50}}});
+    path.AppendLineTo({10, 0});
+    path.PrepareSegments(false);
+    ASSERT_EQ(path.GetLines().size(), 1u);
+    EXPECT_POINT(path.GetLines()[0].start, 0, 0);
+    EXPECT_EQ(path.GetSegments().size(), 3u);
+}
+
+TEST(prepare_test, leaves_pieces_alone_until_the_next_preparation) {
+    PathParser path = MakeOpenCorner();
+    path.AppendLineTo({0, 40});
+    EXPECT_EQ(path.GetLines().size(), 2u);
+
+    path.Clear();
+    EXPECT_TRUE(path.GetSegments().empty());
+    EXPECT_EQ(path.GetWidth(), 0);
+    EXPECT_EQ(path.GetLines().size(), 2u);
+    EXPECT_DOUBLE_EQ(path.GetTotalLength(), 100);
+}
+
+TEST(prepare_test, resets_the_cursor) {
+    PathParser path = MakeOpenCorner();
+    path.MoveNext(150);
+    path.PrepareSegments(true);
+    EXPECT_TRUE(path.IsLoop());
+    EXPECT_EQ(path.GetPosition().distance, 0);
+    EXPECT_EQ(path.GetPosition().index, 0);
+    EXPECT_FALSE(path.GetPosition().passedEnd);
+    EXPECT_POINT(path.GetPosition().point, 0, 0);
+}
+
+// --- Walking ------------------------------------------------------------------------------------------
+
+TEST(walk_test, runs_past_the_end_of_an_open_path) {
+    PathParser path = MakeOpenCorner();
+    EXPECT_POINT(path.MoveNext(30), 30, 0);
+    EXPECT_POINT(path.MoveNext(30), 60, 0);
+    EXPECT_POINT(path.MoveNext(30), 60, 30);
+    EXPECT_FALSE(path.GetPosition().passedEnd);
+
+    // The last 10 are walked; the 20 left over count twice along the last piece's direction.
+    EXPECT_POINT(path.MoveNext(30), 60, 80);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, 120);
+    EXPECT_TRUE(path.GetPosition().passedEnd);
+
+    // Further off the end the point stays one step ahead of the distance.
+    EXPECT_POINT(path.MoveNext(30), 60, 120);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, 150);
+}
+
+TEST(walk_test, stops_on_the_end_when_the_step_ends_there) {
+    PathParser path = MakeOpenCorner();
+    EXPECT_POINT(path.MoveNext(100), 60, 40);
+    EXPECT_TRUE(path.GetPosition().passedEnd);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, 100);
+}
+
+TEST(walk_test, changes_nothing_on_a_zero_step) {
+    PathParser path = MakeOpenCorner();
+    path.MoveNext(42);
+    const PositionData before = path.StorePosition();
+    EXPECT_POINT(path.MoveNext(0), before.point.x, before.point.y);
+    EXPECT_POINT(path.MovePrev(0), before.point.x, before.point.y);
+    EXPECT_EQ(path.GetPosition().distance, before.distance);
+    EXPECT_EQ(path.GetPosition().index, before.index);
+    EXPECT_EQ(path.GetPosition().t, before.t);
+}
+
+TEST(walk_test, wraps_round_a_looping_path) {
+    PathParser path = MakeSquareRing();
+    EXPECT_POINT(path.MoveNext(130), 25, 5);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, 130);
+    EXPECT_TRUE(path.GetPosition().passedEnd);
+}
+
+TEST(walk_test, marks_the_end_of_a_looping_path_only_when_it_wraps) {
+    PathParser path = MakeSquareRing();
+    path.MoveNext(70);
+    path.MoveNext(20);
+    EXPECT_FALSE(path.GetPosition().passedEnd);
+    EXPECT_POINT(path.MoveNext(20), 10, 0);
+    EXPECT_TRUE(path.GetPosition().passedEnd);
+}
+
+TEST(walk_test, walks_back_across_the_start_of_a_looping_path_without_marking_the_end) {
+    PathParser path = MakeSquareRing();
+    path.MoveNext(10);
+    EXPECT_POINT(path.MovePrev(20), 0, 10);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, -10);
+    EXPECT_FALSE(path.GetPosition().passedEnd);
+}
+
+TEST(walk_test, walks_back_along_the_path) {
+    PathParser path = MakeOpenCorner();
+    path.MoveNext(80);
+    EXPECT_POINT(path.MovePrev(45), 35, 0);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, 35);
+    EXPECT_POINT(path.MoveNext(-5), 30, 0);
+    EXPECT_POINT(path.MovePrev(-10), 40, 0);
+}
+
+TEST(walk_test, steps_off_the_start_from_zero_onto_the_backward_extension) {
+    PathParser path = MakeOpenCorner();
+    EXPECT_POINT(path.MovePrev(10), -10, 0);
+    EXPECT_EQ(path.GetPosition().index, 0);
+    EXPECT_EQ(path.GetPosition().t, 0);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, -10);
+    EXPECT_POINT(path.MovePrev(10), -20, 0);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, -20);
+}
+
+TEST(walk_test, stops_at_the_start_when_stepping_off_it_from_inside) {
+    PathParser path = MakeOpenCorner();
+    path.MoveNext(5);
+    EXPECT_POINT(path.MovePrev(10), 0, 0);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, -5);
+    EXPECT_EQ(path.GetPosition().index, -1);
+    EXPECT_EQ(path.GetPosition().t, 1);
+
+    EXPECT_POINT(path.MovePrev(10), -15, 0);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, -15);
+}
+
+TEST(walk_test, moves_forward_on_the_backward_extension_behind_the_start) {
+    PathParser path = MakeOpenCorner();
+    path.MovePrev(20);
+    // The point lands at the old distance less the step while the distance grows by the step.
+    EXPECT_POINT(path.MoveNext(5), -25, 0);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, -15);
+    EXPECT_FALSE(path.GetPosition().passedEnd);
+}
+
+TEST(walk_test, passes_over_zero_length_pieces) {
+    PathParser path;
+    path.AppendMoveTo({0, 0});
+    path.AppendLineTo({10, 0});
+    path.AppendLineTo({10, 0});
+    path.AppendLineTo({20, 0});
+    path.PrepareSegments(false);
+    EXPECT_POINT(path.MoveNext(15), 15, 0);
+    EXPECT_POINT(path.MovePrev(12), 3, 0);
+}
+
+TEST(walk_test, restores_a_stored_position_in_full) {
+    PathParser path = MakeOpenCorner();
+    path.MoveNext(30);
+    const PositionData stored = path.StorePosition();
+    path.MoveNext(200);
+    ASSERT_TRUE(path.GetPosition().passedEnd);
+
+    path.RestorePosition(stored);
+    EXPECT_EQ(path.GetPosition().distance, 30);
+    EXPECT_EQ(path.GetPosition().index, stored.index);
+    EXPECT_EQ(path.GetPosition().t, stored.t);
+    EXPECT_FALSE(path.GetPosition().passedEnd);
+    EXPECT_POINT(path.GetPosition().point, 30, 0);
+    EXPECT_POINT(path.MoveNext(45), 60, 15);
+}
+
+TEST(walk_test, returns_to_the_start_on_reset) {
+    PathParser path = MakeOpenCorner();
+    path.MoveNext(130);
+    path.ResetPosition();
+    EXPECT_EQ(path.GetPosition().distance, 0);
+    EXPECT_EQ(path.GetPosition().index, 0);
+    EXPECT_EQ(path.GetPosition().t, 0);
+    EXPECT_FALSE(path.GetPosition().passedEnd);
+    EXPECT_POINT(path.GetPosition().point, 0, 0);
+}
+
+TEST(walk_test, places_points_on_the_extensions) {
+    PathParser path = MakeOpenCorner();
+    EXPECT_POINT(path.MoveToExtendPos(7), -7, 0);
+    path.MoveNext(20);  // on the path: no extension applies
+    EXPECT_POINT(path.MoveToExtendPos(7), 20, 0);
+    EXPECT_POINT(path.MoveToExtendPos(0), 20, 0);
+}
+
+TEST(walk_test, steps_within_one_piece) {
+    PathParser path = MakeOpenCorner();
+    const LineSegment piece = path.GetLines()[0];
+
+    LineStep step = path.MoveLine(piece, 15, false);
+    EXPECT_POINT(step.point, 15, 0);
+    EXPECT_EQ(step.remainder, 0);
+    EXPECT_DOUBLE_EQ(path.GetPosition().t, 0.25);
+
+    step = path.MoveLine(piece, 50, false);
+    EXPECT_POINT(step.point, 60, 0);
+    EXPECT_DOUBLE_EQ(step.remainder, 5);
+    EXPECT_DOUBLE_EQ(path.GetPosition().t, 0.25);
+
+    step = path.MoveLine(piece, 6, true);
+    EXPECT_POINT(step.point, 9, 0);
+    step = path.MoveLine(piece, 20, true);
+    EXPECT_POINT(step.point, 0, 0);
+    EXPECT_DOUBLE_EQ(step.remainder, 11);
+}
+
+// --- Input the walk and the flattening must survive ---------------------------------------------------
+
+TEST(robustness_test, drops_commands_with_non_finite_coordinates) {
+    PathParser path;
+    path.AppendMoveTo({0, 0});
+    path.AppendLineTo({kNaN, 5});
+    path.AppendMoveTo({kInf, 0});
+    path.AppendQuadBezier({5, kInf}, {10, 10});
+    path.AppendCubicBezier({1, 1}, {2, 2}, {-kInf, 3});
+    path.AppendLineTo({10, 0});
+    path.PrepareSegments(false);
+    // The pen never left the origin, so the one piece made starts there.
+    ASSERT_EQ(path.GetLines().size(), 1u);
+    EXPECT_POINT(path.GetLines()[0].start, 0, 0);
+    EXPECT_POINT(path.GetLines()[0].end, 10, 0);
+    EXPECT_DOUBLE_EQ(path.GetTotalLength(), 10);
+}
+
+TEST(robustness_test, flattens_non_finite_curves_to_nothing) {
+    std::vector<LineSegment> lines;
+    EXPECT_EQ(PathParser::FlattenQuadratic(lines, {0, 0}, {kNaN, 0}, {10, 0}, 0.5), 0);
+    EXPECT_TRUE(lines.empty());
+    EXPECT_TRUE(PathParser::FlattenCubic({0, 0}, {1, 1}, {2, 2}, {kInf, 0}, 0.5).empty());
+}
+
+TEST(robustness_test, drops_commands_with_too_few_points) {
+    PathParser path;
+    path.AppendMoveTo({0, 0});
+    path.Append({PathSegment::kCubic, {{5, 5}}});
+    path.Append({PathSegment::kLineTo, {}});
+    path.AppendLineTo({0, 10});
+    path.PrepareSegments(false);
+    ASSERT_EQ(path.GetLines().size(), 1u);
+    EXPECT_DOUBLE_EQ(path.GetTotalLength(), 10);
+}
+
+TEST(robustness_test, flattens_curves_as_large_as_1e8_within_tolerance) {
+    const double r = 1e8;
+    const PathPoint q0{-r, r}, q1{0, -r}, q2{r, r};
+    std::vector<LineSegment> arch;
+    PathParser::FlattenQuadratic(arch, q0, q1, q2, 0.5);
+    ExpectChain(arch, q0, q2);
+    for (int i = 0; i <= 2000; ++i) {
+        EXPECT_LE(DistanceToPolyline(QuadraticAt(q0, q1, q2, i / 2000.0), arch), 0.5) << i;
+    }
+
+    const PathPoint c0{-r, -r}, c1{r, r}, c2{-r, r}, c3{r, -r};
+    const std::vector<LineSegment> loop = ToPieces(PathParser::FlattenCubic(c0, c1, c2, c3, 0.5));
+    ExpectChain(loop, c0, c3);
+    for (int i = 0; i <= 2000; ++i) {
+        EXPECT_LE(DistanceToPolyline(CubicAt(c0, c1, c2, c3, i / 2000.0), loop), 0.5) << i;
+    }
+}
+
+TEST(robustness_test, stops_halving_curves_that_overflow) {
+    // Differences of these coordinates overflow, so no halving ever makes the curve flat.
+    const double big = std::numeric_limits<double>::max();
+    std::vector<LineSegment> lines;
+    PathParser::FlattenQuadratic(lines, {-big, 0}, {big, big}, {big, -big}, 0.5);
+    EXPECT_LE(lines.size(), 1u << 20);
+
+    const std::vector<PathPoint> polyline =
+        PathParser::FlattenCubic({-big, 0}, {big, big}, {-big, big}, {big, 0}, 0.5);
+    EXPECT_LE(polyline.size(), (1u << 20) + 1);
+}
+
+TEST(robustness_test, walks_an_empty_path_without_moving) {
+    PathParser path;
+    path.AppendMoveTo({10, 10});
+    path.PrepareSegments(false);
+    EXPECT_POINT(path.MoveNext(5), 0, 0);
+    // The distance still runs out, so a walker waiting for the end gets there.
+    EXPECT_TRUE(path.GetPosition().passedEnd);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, 5);
+    EXPECT_POINT(path.MovePrev(20), 0, 0);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, -15);
+    EXPECT_POINT(path.MoveToExtendPos(3), 0, 0);
+
+    path.PrepareSegments(true);
+    EXPECT_POINT(path.MoveNext(5), 0, 0);
+    EXPECT_TRUE(path.GetPosition().passedEnd);
+}
+
+TEST(robustness_test, walks_back_from_past_the_end_from_the_last_piece) {
+    PathParser path = MakeOpenCorner();
+    path.MoveNext(120);
+    ASSERT_EQ(path.GetPosition().index, 2);
+    EXPECT_POINT(path.MovePrev(10), 60, 30);
+    EXPECT_EQ(path.GetPosition().index, 1);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, 110);
+    EXPECT_TRUE(path.GetPosition().passedEnd);
+}
+
+TEST(robustness_test, walks_from_the_start_when_the_cursor_lies_before_the_first_piece) {
+    PathParser path = MakeOpenCorner();
+    PositionData before{};
+    before.index = -1;
+    before.t = 1;
+    path.RestorePosition(before);
+    EXPECT_POINT(path.MoveNext(5), 5, 0);
+    path.RestorePosition(before);
+    EXPECT_POINT(path.MovePrev(5), -5, 0);
+}
+
+TEST(robustness_test, walks_a_looping_path_of_no_length_without_spinning) {
+    PathParser path;
+    path.AppendMoveTo({10, 10});
+    path.AppendCubicBezier({50, 80}, {90, -20}, {10, 10});
+    path.PrepareSegments(true);
+    EXPECT_POINT(path.MoveNext(5), 10, 10);
+    EXPECT_TRUE(path.GetPosition().passedEnd);
+    EXPECT_POINT(path.MovePrev(50), 10, 10);
+    EXPECT_DOUBLE_EQ(path.GetPosition().distance, -45);
+}
+
+TEST(robustness_test, drops_whole_laps_of_a_huge_step_on_a_ring) {
+    PathParser path = MakeSquareRing();
+    EXPECT_POINT(path.MoveNext(1e9 + 30), 25, 5);
+    EXPECT_TRUE(path.GetPosition().passedEnd);
+    EXPECT_POINT(path.MovePrev(1e12 + 5), 25, 0);
+}
+
+TEST(robustness_test, survives_non_finite_steps) {
+    PathParser ring = MakeSquareRing();
+    ring.MoveNext(kInf);
+    ring.MoveNext(kNaN);
+    ring.MovePrev(kInf);
+    PathParser open = MakeOpenCorner();
+    open.MoveNext(kInf);
+    open.MovePrev(kNaN);
+    SUCCEED();
+}
+
+}  // namespace
