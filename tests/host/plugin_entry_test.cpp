@@ -1,6 +1,7 @@
 // The built plug-in module, loaded with dlopen into the simulated host, driven through its entry.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "tools/host/PluginModule.h"
