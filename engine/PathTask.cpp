@@ -1,0 +1,213 @@
+#include "engine/PathTask.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "engine/MoveEffectFilter.h"
+#include "engine/Random.h"
+#include "engine/StrokeRaster.h"
+
+namespace {
+
+// A path point counts as inked when the layer's ink depth there is above half.
+constexpr int kInkThreshold = 128;
+// Steps between two looks at the cancel flag in the walking and drawing loops: often enough to stop
+// within a fraction of a second, rarely enough to cost nothing.
+constexpr int kCancelPollSteps = 64;
+
+}  // namespace
+
+PathTask::PathTask(MoveEffectFilter* filter, CircleTarget* circle)
+    : m_filter(filter),
+      m_param(&filter->GetParameterRecord()),
+      m_circle(circle),
+      m_guide(filter->GetGuide()) {
+    if (m_guide != nullptr) m_guide->ResetPosition();
+}
+
+PathTask::~PathTask() = default;
+
+void PathTask::AppendPathSegment(const PathSegment& segment) {
+    m_path.Append(segment);
+}
+
+bool PathTask::IsInked(const PathPoint& point) const {
+    return m_filter->GetPixelDepth(point) > kInkThreshold;
+}
+
+// Worker thread.
+void PathTask::Run() {
+    if (IsCancelled()) return;
+    const MoveEffectParam& param = *m_param;
+    const bool closed = param.type == 2;
+    m_path.PrepareSegments(closed);
+    const double total = m_path.GetTotalLength();
+    // Nothing to walk: no pieces, a length that is not a number, or a loop that would never advance.
+    if (m_path.GetLines().empty() || !std::isfinite(total) || (closed && !(total > 0))) return;
+
+    std::vector<DistData> lines;
+    PathPoint point = m_path.MoveNext(0);
+    int poll = 0;
+    auto cancelled = [&] { return ++poll % kCancelPollSteps == 0 && IsCancelled(); };
+
+    if (closed) {
+        // Start the walk at the first point off the ink, so that no run is cut at the seam.
+        while (m_path.GetPosition().distance < total && IsInked(point)) {
+            if (cancelled()) return;
+            point = m_path.MoveNext(1.0);
+        }
+        if (m_path.GetPosition().distance >= total) {
+            lines.push_back(DistData{0, total + 1, false, false});
+            DrawLinesFromPath(lines);
+            return;
+        }
+    }
+
+    const double halfLength = param.length * 0.5;
+    if (param.lenfluct > 0) m_lengthRandom = std::make_unique<Random>(0, param.lenfluct);
+    if (param.posfluct > 0)
+        m_positionRandom = std::make_unique<Random>(-param.posfluct / 2, param.posfluct / 2);
+    double gain = 0;
+    bool inRun = false;
+    double runStart = 0;
+    do {
+        if (cancelled()) return;
+        const bool inked = IsInked(point);
+        if (!inRun && inked) {
+            runStart = m_path.GetPosition().distance;
+            inRun = true;
+        } else if (inRun && !inked) {
+            AppendLinePair(lines, point, runStart, gain, halfLength);
+            inRun = false;
+        }
+        point = m_path.MoveNext(1.0);
+    } while (!m_path.GetPosition().passedEnd);
+
+    if (closed) {
+        // Past the seam, on as long as there is ink, so that a run across it ends at its true end. A
+        // second lap would only repeat the first.
+        const double limit = m_path.GetPosition().distance + total + 1;
+        while (IsInked(point) && m_path.GetPosition().distance < limit) {
+            if (cancelled()) return;
+            if (!inRun) {
+                runStart = m_path.GetPosition().distance;
+                inRun = true;
+            }
+            point = m_path.MoveNext(1.0);
+        }
+    }
+    if (inRun) AppendLinePair(lines, point, runStart, gain, halfLength);
+    m_lengthRandom.reset();
+    m_positionRandom.reset();
+
+    if (param.connect) {
+        for (std::size_t i = 0; i + 1 < lines.size(); ++i) {
+            while (i + 1 < lines.size() && lines[i + 1].start <= lines[i].end) {
+                lines[i].end = lines[i + 1].end;
+                lines[i].taperOut = lines[i + 1].taperOut;
+                lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(i) + 1);
+            }
+        }
+    }
+    DrawLinesFromPath(lines);
+}
+
+void PathTask::AppendLinePair(std::vector<DistData>& lines, const PathPoint& at, double runStart,
+                              double& gain, double halfLength) {
+    const MoveEffectParam& param = *m_param;
+    const double distance = m_path.GetPosition().distance;
+    double half = halfLength;
+    if (param.lenfluct > 0 && m_lengthRandom) half = (1 + m_lengthRandom->Uniform()) * param.length * 0.5;
+    if (param.lengain != 0) {
+        if (param.type == 0 || param.type == 1) {
+            gain = param.lengain * (distance / m_path.GetTotalLength());
+        } else if (param.type == 2 && m_circle != nullptr) {
+            gain = param.lengain * std::hypot(at.x - m_circle->cx, at.y - m_circle->cy) / 50;
+        }
+    }
+    half += gain;
+    double start = runStart - half;
+    double end = distance + half;
+    if (param.position != 0) {
+        start += param.position;
+        end += param.position;
+    }
+    if (m_positionRandom) {
+        const double shift = (end - start) * m_positionRandom->Uniform();
+        start += shift;
+        end += shift;
+    }
+    if (end > start) lines.push_back(DistData{start, end, true, true});
+}
+
+// Worker thread.
+void PathTask::DrawLinesFromPath(std::vector<DistData>& lines) {
+    const MoveEffectParam& param = *m_param;
+    m_path.ResetPosition();
+    std::unique_ptr<Random> random;
+    if (param.fluction > 0) random = std::make_unique<Random>(0, 1);
+    double fluct = 0;
+    const CoverageView view{m_filter->m_coverage.get(), m_filter->m_width, m_filter->m_height,
+                            m_filter->m_width};
+    StrokeRaster raster(m_filter, view, param.hardness);
+    int poll = 0;
+    for (const DistData& line : lines) {
+        if (IsCancelled()) return;
+        if (random) fluct = random->Uniform() * param.fluction;
+        const PositionData saved = m_path.StorePosition();
+        const double ahead = line.start - m_path.GetPosition().distance;
+        const double len = (line.end - m_path.GetPosition().distance) - ahead;
+        PathPoint previous = m_path.MoveNext(ahead);
+        double previousPressure = 0;
+        if (len >= 0) {
+            for (double t = 0; t <= len; t += 1) {
+                if (++poll % kCancelPollSteps == 0 && IsCancelled()) return;
+                const double pressure = GetPressure(t, len, line.taperIn, line.taperOut, fluct);
+                const PathPoint point = m_path.MoveNext(1.0);
+                if (previousPressure > 0 || pressure > 0) {
+                    ForEachLineDisc(previous.x, previous.y, previousPressure, point.x, point.y, pressure,
+                                    param.size, [&raster](double x, double y, double d) {
+                                        raster.AddDisc(Disc{x, y, d});
+                                    });
+                }
+                previous = point;
+                previousPressure = pressure;
+            }
+        }
+        m_path.RestorePosition(saved);
+    }
+    raster.Flush();
+}
+
+double PathTask::GetPressure(double pos, double length, bool taperIn, bool taperOut, double fluct) const {
+    const MoveEffectParam& param = *m_param;
+    double p;
+    if (pos <= 0) {
+        p = length == 0 ? 1 : 0;
+    } else {
+        if (param.asdist) {
+            if (taperIn && pos <= length / 2 && pos <= param.in) {
+                p = std::min(pos / param.in, 1.0);
+            } else if (taperOut && pos <= length && pos >= length - param.out && param.out != 0) {
+                p = std::min((length - pos) / param.out, 1.0);
+            } else {
+                p = 1;
+            }
+        } else {
+            // A fraction counts against half the stroke.
+            const double taperInLength = param.in * length / 2;
+            const double taperOutLength = param.out * length / 2;
+            if (taperIn && pos <= taperInLength) {
+                p = pos / taperInLength;
+            } else if (taperOut && pos >= length - taperOutLength && param.out != 0) {
+                p = (length - pos) / taperOutLength;
+            } else {
+                p = 1;
+            }
+        }
+        if (param.easing) p = p * (2 - p);
+        p = std::clamp(p, 0.0, 1.0);
+    }
+    if (fluct > 0) p *= 1 - fluct;
+    return p;
+}

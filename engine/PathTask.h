@@ -1,0 +1,69 @@
+// One unit of work on the filter's pool: one path of the layout (a line along the guide, or a ring),
+// walked pixel by pixel over the base image. Where the image is inked along the path, the task makes a
+// stroke that is longer than the inked run by `length` and tapered in and out, and stamps it into the
+// filter's coverage as a chain of soft discs.
+//
+//   auto task = std::make_shared<PathTask>(filter, nullptr);   // resets the guide's walking position
+//   task->AppendPathSegment(moveTo);                            // the layout builds the path ...
+//   task->AppendPathSegment(lineTo);
+//   pool.Enqueue(task);                                         // ... and the pool runs it once
+//
+// Run, AppendLinePair and DrawLinesFromPath run on a worker thread; the constructor and
+// AppendPathSegment on the layout's thread before the pool starts.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "engine/MoveEffectParam.h"
+#include "guide/PathParser.h"
+#include "taskpool/ThreadPoolTask.h"
+
+class MoveEffectFilter;
+class Random;
+
+// One stroke on a task's path, as distances along it (px). Either end may lie off the path: before
+// its start (negative) or past its end; the walk then follows the path's extension.
+struct DistData {
+    double start;   // where the stroke begins, px along the path
+    double end;     // where it ends, px along the path
+    bool taperIn;   // pressure rises from 0 over the taper-in length
+    bool taperOut;  // pressure falls to 0 over the taper-out length
+};
+
+class PathTask : public ThreadPoolTask {
+public:
+    // A guide must be attached to the filter; its walking position is reset here.
+    PathTask(MoveEffectFilter* filter, CircleTarget* circle);
+    ~PathTask() override;
+
+    // Appends one command to the task's own path.
+    void AppendPathSegment(const PathSegment& segment);
+
+    // Walks the path, finds the inked runs and stamps their strokes. Worker thread.
+    void Run() override;
+
+    // Turns the inked run that began at `runStart` and ends at the walker's current distance (point
+    // `at`) into a stroke: extended by half the length (randomly more with lenfluct), plus the length
+    // gain, shifted by position and posfluct. `gain` carries the gain from run to run.
+    void AppendLinePair(std::vector<DistData>& lines, const PathPoint& at, double runStart, double& gain,
+                        double halfLength);
+    // Stamps the strokes along the path. Worker thread.
+    void DrawLinesFromPath(std::vector<DistData>& lines);
+    // The pressure 0..1 at `pos` px into a stroke `length` px long: the taper profile, eased when
+    // asked, weakened by `fluct`.
+    double GetPressure(double pos, double length, bool taperIn, bool taperOut, double fluct) const;
+
+    const PathParser& GetPath() const { return m_path; }
+
+private:
+    bool IsInked(const PathPoint& point) const;
+
+    MoveEffectFilter* m_filter;              // where strokes are stamped (not owned)
+    const MoveEffectParam* m_param;          // the filter's parameter record (not owned)
+    CircleTarget* m_circle;                  // the circle layout's ellipse, for the length gain; may be null
+    PathParser* m_guide;                     // the filter's guide (not owned)
+    PathParser m_path;                       // this task's own path and its walker
+    std::unique_ptr<Random> m_lengthRandom;  // only while Run walks
+    std::unique_ptr<Random> m_positionRandom;  // only while Run walks
+};

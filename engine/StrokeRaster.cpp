@@ -1,0 +1,704 @@
+#include "engine/StrokeRaster.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <memory>
+
+#include "engine/MoveEffectFilter.h"
+
+namespace {
+
+// Sample offsets from the pixel centre, in x and in y.
+constexpr double kOffsets[4] = {-0.375, -0.125, 0.125, 0.375};
+// No sample lies farther than this from its pixel centre (0.375 * sqrt(2) = 0.53033...).
+constexpr double kSampleReach = 0.5304;
+// Stamps are kept for discs up to this box side; larger ones are rare and drawn directly.
+constexpr int32_t kLargestStampSide = 129;
+
+// Everything about one disc that the pixel loops need, worked out once.
+struct DiscGeometry {
+    double x, y;  // centre, in the pixel coordinates of the loops
+    double r;
+    double r2;          // r^2
+    double coreCentre;  // inner^2 - 1: a pixel centre nearer than this is 255 outright
+    double inLimit;     // inner^2 + 1e-12: samples (and corners) this near are fully covered
+    double outLimit;    // r^2 - 1e-12: samples (and corners) this far are not covered
+    bool hard;          // no soft rim (hardness 1, or a rim thinner than 1e-12 px)
+    double hardLimit;   // hard discs: a sample counts iff its squared distance is <= this
+    double tableScale;  // soft discs: table index = q * tableScale - tableShift
+    double tableShift;
+    double slope;            // soft discs: steepest fall of a sample per px (e / band)
+    const double* skip;      // soft discs: see DiscProfile::GetSkipThresholds
+    int32_t x0, x1, y0, y1;  // pixel box, right and bottom exclusive
+};
+
+// The constants of a disc of this diameter centred at (x, y); the box is left to the caller.
+void FillConstants(DiscGeometry& g, double x, double y, double diameter, DiscProfile& profile) {
+    const double hardness = profile.GetHardness();
+    const double r = diameter / 2;
+    const double inner = r * hardness;
+    const double band = r - inner;
+    g.x = x;
+    g.y = y;
+    g.r = r;
+    g.r2 = r * r;
+    const double inner2 = inner * inner;
+    g.coreCentre = inner2 - 1.0;
+    g.inLimit = inner2 + 1e-12;
+    g.outLimit = g.r2 - 1e-12;
+    g.hard = !(band > 1e-12);
+    g.hardLimit = g.inLimit >= g.outLimit ? g.inLimit : std::nextafter(g.outLimit, -HUGE_VAL);
+    g.skip = nullptr;
+    g.slope = 0;
+    g.tableScale = 0;
+    g.tableShift = 0;
+    if (!g.hard) {
+        // Index over (s / r)^2 from hardness^2 (0) to 1 (kTableSize).
+        const double span = 1.0 - hardness * hardness;
+        g.tableScale = DiscProfile::kTableSize / (span * g.r2);
+        g.tableShift = hardness * hardness * DiscProfile::kTableSize / span;
+        g.slope = profile.GetExponent() / band;
+        g.skip = profile.GetSkipThresholds(r);
+    }
+}
+
+// Clamps a floor/ceil result to [0, limit]; NaN never reaches here.
+int32_t ClampEdge(double value, int32_t limit) {
+    if (value <= 0) return 0;
+    if (value >= limit) return limit;
+    return static_cast<int32_t>(value);
+}
+
+// Canvas geometry of a disc, its box clipped to the canvas. False for discs that draw nothing and
+// do not touch the dirty rectangle (non-finite input).
+bool MakeGeometry(const Disc& disc, DiscProfile& profile, int32_t width, int32_t height, DiscGeometry& g) {
+    if (!std::isfinite(disc.x) || !std::isfinite(disc.y) || !std::isfinite(disc.diameter)) return false;
+    FillConstants(g, disc.x, disc.y, disc.diameter, profile);
+    g.x0 = ClampEdge(std::floor(disc.x - g.r), width);
+    g.x1 = ClampEdge(std::ceil(disc.x + g.r), width);
+    g.y0 = ClampEdge(std::floor(disc.y - g.r), height);
+    g.y1 = ClampEdge(std::ceil(disc.y + g.r), height);
+    return true;
+}
+
+bool IsEmpty(const DiscGeometry& g) {
+    return g.x0 >= g.x1 || g.y0 >= g.y1;
+}
+
+// A surface that one thread owns: a tile or an unshared buffer. (px, py) are canvas coordinates.
+struct PlainSurface {
+    uint8_t* origin;  // where canvas pixel (0, 0) would be; only rows and columns in range are used
+    std::ptrdiff_t stride;
+
+    uint8_t* Row(int32_t py) const { return origin + static_cast<std::ptrdiff_t>(py) * stride; }
+    static uint8_t Load(const uint8_t* row, int32_t px) { return row[px]; }
+    static void Raise(uint8_t* row, int32_t px, uint8_t value) { row[px] = value; }
+    static void Fill(uint8_t* row, int32_t from, int32_t to) {
+        for (int32_t px = from; px < to; ++px)
+            row[px] = 255;
+    }
+    // Whether every byte of [from, to) is already 255.
+    static bool IsFull(const uint8_t* row, int32_t from, int32_t to) {
+        int32_t px = from;
+        for (; px + 8 <= to; px += 8) {
+            uint64_t word;
+            std::memcpy(&word, row + px, 8);
+            if (word != ~uint64_t{0}) return false;
+        }
+        for (; px < to; ++px) {
+            if (row[px] != 255) return false;
+        }
+        return true;
+    }
+};
+
+// The filter's coverage while other tasks stamp it too: atomic loads and an atomic max.
+struct SharedSurface {
+    uint8_t* origin;
+    std::ptrdiff_t stride;
+
+    uint8_t* Row(int32_t py) const { return origin + static_cast<std::ptrdiff_t>(py) * stride; }
+    static uint8_t Load(uint8_t* row, int32_t px) {
+        return std::atomic_ref<uint8_t>(row[px]).load(std::memory_order_relaxed);
+    }
+    static void Raise(uint8_t* row, int32_t px, uint8_t value) {
+        MoveEffectFilter::StampCoverageByte(row + px, value);
+    }
+    static void Fill(uint8_t* row, int32_t from, int32_t to) {
+        for (int32_t px = from; px < to; ++px) {
+            if (Load(row, px) != 255) Raise(row, px, 255);
+        }
+    }
+    static bool IsFull(uint8_t*, int32_t, int32_t) { return false; }
+};
+
+// Per-column values of a disc's box, kept per thread so that stamping allocates nothing.
+struct ColumnScratch {
+    std::vector<double> sxx;        // 4 per column: (dx + offset)^2
+    std::vector<double> centre;     // dx^2
+    std::vector<double> minCorner;  // min((dx - 0.375)^2, (dx + 0.375)^2)
+    std::vector<double> maxCorner;
+
+    void Prepare(const DiscGeometry& g) {
+        const std::size_t n = static_cast<std::size_t>(g.x1 - g.x0);
+        if (centre.size() < n) {
+            sxx.resize(4 * n);
+            centre.resize(n);
+            minCorner.resize(n);
+            maxCorner.resize(n);
+        }
+        for (std::size_t i = 0; i < n; ++i) {
+            const double dx = static_cast<double>(g.x0 + static_cast<int32_t>(i)) + 0.5 - g.x;
+            for (int s = 0; s < 4; ++s) {
+                const double sx = dx + kOffsets[s];
+                sxx[4 * i + s] = sx * sx;
+            }
+            centre[i] = dx * dx;
+            minCorner[i] = std::min(sxx[4 * i], sxx[4 * i + 3]);
+            maxCorner[i] = std::max(sxx[4 * i], sxx[4 * i + 3]);
+        }
+    }
+};
+
+ColumnScratch& GetColumnScratch() {
+    thread_local ColumnScratch scratch;
+    return scratch;
+}
+
+// The per-row counterparts of ColumnScratch.
+struct RowValues {
+    double syy[4];
+    double centre;
+    double minCorner;
+    double maxCorner;
+
+    explicit RowValues(double dy) {
+        for (int j = 0; j < 4; ++j) {
+            const double sy = dy + kOffsets[j];
+            syy[j] = sy * sy;
+        }
+        centre = dy * dy;
+        minCorner = std::min(syy[0], syy[3]);
+        maxCorner = std::max(syy[0], syy[3]);
+    }
+};
+
+// Byte value of a mean of 16 samples whose sum is `sum`, rounded as the coverage is.
+inline uint8_t ToCoverage(double sum) {
+    return static_cast<uint8_t>(static_cast<int>(sum * 0.0625 * 255 + 0.5));
+}
+
+inline uint8_t SampleHard(const DiscGeometry& g, const double* sxx, const double* syy) {
+    int count = 0;
+    for (int j = 0; j < 4; ++j) {
+        for (int i = 0; i < 4; ++i) {
+            const double q = sxx[i] + syy[j];
+            count += q <= g.hardLimit ? 1 : 0;
+        }
+    }
+    return ToCoverage(static_cast<double>(count));
+}
+
+inline uint8_t SampleSoft(const DiscGeometry& g, const DiscProfile& profile, const double* sxx,
+                          const double* syy) {
+    constexpr double kTop = DiscProfile::kTableSize;
+    double sum = 0;
+    for (int j = 0; j < 4; ++j) {
+        for (int i = 0; i < 4; ++i) {
+            const double q = sxx[i] + syy[j];
+            double index = q * g.tableScale - g.tableShift;
+            index = index < 0 ? 0 : (index > kTop ? kTop : index);
+            sum += profile.LookUp(index);
+        }
+    }
+    return ToCoverage(sum);
+}
+
+// Stamps one disc into a surface, max-combining with what is there.
+//
+// Per row the pixels fall into three runs: outside (all four corner samples beyond r: left alone),
+// the hard core (centre well inside, or all corners inside the core: 255) and between them the rim,
+// sampled 4 x 4. Each of these tests only grows or shrinks with the distance of the pixel's column
+// from the centre, so outside and core are found from their edges and the core is filled in one go.
+template <class Surface>
+void StampDisc(const Surface& surface, const DiscGeometry& g, const DiscProfile& profile) {
+    if (IsEmpty(g)) return;
+    ColumnScratch& cols = GetColumnScratch();
+    cols.Prepare(g);
+    const int32_t width = g.x1 - g.x0;
+    // A pixel whose corners all lie both in the core and beyond r occurs only for hard discs, in the
+    // column nearest the centre; it is sampled when its centre lies inside r.
+    const bool oddCentre = g.inLimit >= g.outLimit;
+    const int32_t centreColumn = static_cast<int32_t>(std::floor(g.x)) - g.x0;
+
+    for (int32_t py = g.y0; py < g.y1; ++py) {
+        const RowValues rv(static_cast<double>(py) + 0.5 - g.y);
+        auto row = surface.Row(py);
+        auto allOut = [&](int32_t c) { return cols.minCorner[c] + rv.minCorner >= g.outLimit; };
+        auto isCore = [&](int32_t c) {
+            return cols.centre[c] + rv.centre < g.coreCentre || cols.maxCorner[c] + rv.maxCorner <= g.inLimit;
+        };
+        auto rim = [&](int32_t c) {
+            const int32_t px = g.x0 + c;
+            const uint8_t have = Surface::Load(row, px);
+            if (have == 255) return;
+            uint8_t value;
+            if (g.hard) {
+                value = SampleHard(g, &cols.sxx[4 * c], rv.syy);
+            } else {
+                if (cols.centre[c] + rv.centre >= g.skip[have / DiscProfile::kBucketWidth]) return;
+                value = SampleSoft(g, profile, &cols.sxx[4 * c], rv.syy);
+            }
+            if (value > have) Surface::Raise(row, px, value);
+        };
+
+        // Columns not all outside: |dx| - 0.375 < sqrt(outLimit - minCy), from an estimate corrected
+        // with the exact test.
+        int32_t left = 0;
+        int32_t right = 0;
+        const double room = g.outLimit - rv.minCorner;
+        if (room > 0) {
+            const double reach = std::sqrt(room) + 0.375;
+            const double lo = std::floor(g.x - 0.5 - reach) + 1 - g.x0;
+            const double hi = std::ceil(g.x - 0.5 + reach) - g.x0;
+            left = lo <= 0 ? 0 : (lo >= width ? width : static_cast<int32_t>(lo));
+            right = hi <= left ? left : (hi >= width ? width : static_cast<int32_t>(hi));
+            while (left > 0 && !allOut(left - 1))
+                --left;
+            while (left < width && allOut(left))
+                ++left;
+            if (right < left) right = left;
+            while (right < width && !allOut(right))
+                ++right;
+            while (right > left && allOut(right - 1))
+                --right;
+        }
+        if (oddCentre && centreColumn >= 0 && centreColumn < width &&
+            (centreColumn < left || centreColumn >= right) && allOut(centreColumn) &&
+            cols.maxCorner[centreColumn] + rv.maxCorner <= g.inLimit &&
+            cols.centre[centreColumn] + rv.centre < g.r2) {
+            const int32_t px = g.x0 + centreColumn;
+            const uint8_t value = SampleHard(g, &cols.sxx[4 * centreColumn], rv.syy);
+            if (value > Surface::Load(row, px)) Surface::Raise(row, px, value);
+        }
+        if (left >= right || Surface::IsFull(row, g.x0 + left, g.x0 + right)) continue;
+
+        // Rim from the left up to the core, then from the right down to it.
+        int32_t coreLeft = right;
+        for (int32_t c = left; c < right; ++c) {
+            if (isCore(c)) {
+                coreLeft = c;
+                break;
+            }
+            rim(c);
+        }
+        if (coreLeft == right) continue;
+        int32_t coreRight = coreLeft + 1;
+        for (int32_t c = right - 1; c > coreLeft; --c) {
+            if (isCore(c)) {
+                coreRight = c + 1;
+                break;
+            }
+            rim(c);
+        }
+        Surface::Fill(row, g.x0 + coreLeft, g.x0 + coreRight);
+    }
+}
+
+void GrowDirty(int32_t dirty[4], const DiscGeometry& g) {
+    dirty[0] = std::min(dirty[0], g.x0);
+    dirty[1] = std::min(dirty[1], g.y0);
+    dirty[2] = std::max(dirty[2], g.x1);
+    dirty[3] = std::max(dirty[3], g.y1);
+}
+
+// --- Stamps ---------------------------------------------------------------------------------------
+
+// The pixel nearest the centre is the stamp's anchor; offsets from it are exact (Sterbenz), so a
+// stamp computes every squared distance bit for bit as the direct loops would for its own disc.
+double Anchor(double v) {
+    return std::nearbyint(v);
+}
+
+int32_t StampHalf(double diameter) {
+    return static_cast<int32_t>(std::ceil(diameter / 2)) + 1;
+}
+
+bool FitsStamp(double diameter) {
+    return 2 * StampHalf(diameter) + 1 <= kLargestStampSide;
+}
+
+// Every pixel of the stamp decided as the straightforward loop decides it, tracking the smallest gap
+// between a squared distance and the threshold it was compared with.
+void BuildStamp(const Disc& disc, DiscProfile& profile, DiscStamp& stamp) {
+    const double ox = disc.x - Anchor(disc.x);
+    const double oy = disc.y - Anchor(disc.y);
+    DiscGeometry g;
+    FillConstants(g, ox, oy, disc.diameter, profile);
+    const int32_t half = StampHalf(disc.diameter);
+    const int32_t side = 2 * half + 1;
+    g.x0 = -half;
+    g.x1 = half + 1;
+    ColumnScratch& cols = GetColumnScratch();
+    cols.Prepare(g);
+    stamp.diameter = disc.diameter;
+    stamp.offsetX = ox;
+    stamp.offsetY = oy;
+    stamp.half = half;
+    stamp.slope = g.hard ? 0 : g.slope;
+    stamp.values.assign(static_cast<std::size_t>(side) * side, 0);
+    double margin = HUGE_VAL;
+    auto near = [&margin](double value, double limit) {
+        margin = std::min(margin, std::fabs(value - limit));
+    };
+    for (int32_t j = 0; j < side; ++j) {
+        const RowValues rv(static_cast<double>(j - half) + 0.5 - oy);
+        uint8_t* out = &stamp.values[static_cast<std::size_t>(j) * side];
+        for (int32_t c = 0; c < side; ++c) {
+            const double centre = cols.centre[c] + rv.centre;
+            near(centre, g.coreCentre);
+            if (centre < g.coreCentre) {
+                out[c] = 255;
+                continue;
+            }
+            const double maxC = cols.maxCorner[c] + rv.maxCorner;
+            const double minC = cols.minCorner[c] + rv.minCorner;
+            near(maxC, g.inLimit);
+            near(minC, g.outLimit);
+            const bool allIn = maxC <= g.inLimit;
+            const bool allOut = minC >= g.outLimit;
+            if (allIn && !allOut) {
+                out[c] = 255;
+                continue;
+            }
+            if (allOut && allIn) near(centre, g.r2);
+            if (allOut && !(allIn && centre < g.r2)) continue;
+            const double* sxx = &cols.sxx[4 * c];
+            if (g.hard) {
+                for (int jj = 0; jj < 4; ++jj) {
+                    for (int ii = 0; ii < 4; ++ii)
+                        near(sxx[ii] + rv.syy[jj], g.hardLimit);
+                }
+                out[c] = SampleHard(g, sxx, rv.syy);
+            } else {
+                out[c] = SampleSoft(g, profile, sxx, rv.syy);
+            }
+        }
+    }
+    stamp.margin = margin;
+}
+
+// Whether the stamp gives this disc's bytes: exactly where every decision of the stamp lies farther
+// from its threshold than the shift can move it, and, for soft rims, within a fraction of a level.
+bool CanReuse(const DiscStamp& stamp, const Disc& disc) {
+    if (stamp.diameter < 0 || StampHalf(disc.diameter) != stamp.half) return false;
+    const double dr = std::fabs(disc.diameter - stamp.diameter) / 2;
+    const double shift = std::fabs(disc.x - Anchor(disc.x) - stamp.offsetX) +
+                         std::fabs(disc.y - Anchor(disc.y) - stamp.offsetY);
+    if (!(dr <= 1e-6 && shift <= 1e-6)) return false;
+    const double reach = stamp.half + 2.0;
+    const double r = stamp.diameter / 2;
+    // How far any squared distance or threshold can move, plus rounding in either computation.
+    const double change =
+        2 * reach * shift + shift * shift + 2 * (r + 1) * dr + dr * dr + 1e-12 * (1 + reach * reach);
+    if (!(change < stamp.margin)) return false;
+    return (shift + dr) * stamp.slope * 255 <= 0.05;
+}
+
+// dst[i] = max(dst[i], src[i]); the buffers never overlap, which lets the compiler use vector maxima.
+void MaxInto(uint8_t* __restrict dst, const uint8_t* __restrict src, int32_t n) {
+    for (int32_t i = 0; i < n; ++i)
+        dst[i] = src[i] > dst[i] ? src[i] : dst[i];
+}
+
+// Max-combines the stamp, placed at the disc's anchor, into the surface within [x0, x1) x [y0, y1).
+void ApplyStamp(const PlainSurface& surface, const DiscStamp& stamp, const Disc& disc, int32_t x0, int32_t y0,
+                int32_t x1, int32_t y1) {
+    const int32_t side = 2 * stamp.half + 1;
+    const int32_t left = static_cast<int32_t>(Anchor(disc.x)) - stamp.half;
+    const int32_t top = static_cast<int32_t>(Anchor(disc.y)) - stamp.half;
+    const int32_t from = std::max(left, x0);
+    const int32_t to = std::min(left + side, x1);
+    if (from >= to) return;
+    for (int32_t j = std::max(0, y0 - top); j < side && top + j < y1; ++j) {
+        MaxInto(surface.Row(top + j) + from,
+                &stamp.values[static_cast<std::size_t>(j) * side + (from - left)], to - from);
+    }
+}
+
+// Order in which a batch's discs are stamped: bit-reversed indices, so that every pixel soon meets
+// a disc near it and the rim tests then skip the weaker ones.
+constexpr std::array<uint8_t, StrokeRaster::kBatchDiscs> MakeCoarseToFine() {
+    std::array<uint8_t, StrokeRaster::kBatchDiscs> order{};
+    for (int i = 0; i < StrokeRaster::kBatchDiscs; ++i) {
+        int reversed = 0;
+        for (int bit = 1, mirror = StrokeRaster::kBatchDiscs / 2; bit < StrokeRaster::kBatchDiscs;
+             bit <<= 1, mirror >>= 1) {
+            if (i & bit) reversed |= mirror;
+        }
+        order[i] = static_cast<uint8_t>(reversed);
+    }
+    return order;
+}
+constexpr std::array<uint8_t, StrokeRaster::kBatchDiscs> kCoarseToFine = MakeCoarseToFine();
+
+}  // namespace
+
+// --- DiscProfile ----------------------------------------------------------------------------------
+
+DiscProfile::DiscProfile(double hardness)
+    : m_hardness(hardness), m_exponent(4 * hardness + 1), m_table(kTableSize + 2, 0.0) {
+    const double h2 = hardness * hardness;
+    const double band = 1.0 - hardness;
+    for (int i = 0; i <= kTableSize; ++i) {
+        const double rho = std::sqrt(h2 + (1.0 - h2) * i / kTableSize);
+        const double u = band > 0 ? (rho - hardness) / band : 1.0;
+        m_table[i] = u >= 1 ? 0.0 : std::pow(1 - u, m_exponent);
+    }
+    m_table[0] = 1.0;
+    m_table[kTableSize] = 0.0;
+}
+
+DiscProfile& DiscProfile::ForHardness(double hardness) {
+    thread_local std::unique_ptr<DiscProfile> profile;
+    // Bit patterns, so that a NaN hardness does not rebuild the table on every call.
+    if (!profile || std::memcmp(&profile->m_hardness, &hardness, sizeof hardness) != 0) {
+        profile = std::make_unique<DiscProfile>(hardness);
+    }
+    return *profile;
+}
+
+namespace {
+
+// Radius steps of the skip thresholds: 1/64 px up to 1/8 px, then 1/512 of the radius. A disc uses
+// the step at or above its radius; the bound grows with the radius, so that stays on the safe side.
+constexpr double kFineLimit = 0.125;
+constexpr double kFineStep = 1.0 / 64;
+constexpr int kFineSteps = 8;
+constexpr double kRelativeStep = 1.0 / 512;
+// Beyond this radius no thresholds are kept: rims are sampled wherever they are not yet 255.
+constexpr double kLargestBoundedRadius = 4096;
+
+int RadiusStep(double radius, double& stepRadius) {
+    if (radius <= kFineLimit) {
+        const int i = static_cast<int>(std::ceil(radius / kFineStep));
+        stepRadius = i * kFineStep;
+        return i;
+    }
+    const double k = std::ceil(std::log(radius / kFineLimit) / std::log1p(kRelativeStep));
+    int i = kFineSteps + static_cast<int>(k);
+    stepRadius = kFineLimit * std::pow(1 + kRelativeStep, k);
+    if (stepRadius < radius) {
+        ++i;
+        stepRadius *= 1 + kRelativeStep;
+    }
+    return i;
+}
+
+}  // namespace
+
+const double* DiscProfile::GetSkipThresholds(double radius) {
+    if (!(radius >= 0) || radius > kLargestBoundedRadius || !(m_hardness >= 0 && m_hardness < 1)) {
+        static const std::array<double, kBucketCount> kNever = [] {
+            std::array<double, kBucketCount> never{};
+            never.fill(HUGE_VAL);
+            return never;
+        }();
+        return kNever.data();
+    }
+    double stepRadius = 0;
+    const int i = RadiusStep(radius, stepRadius);
+    if (static_cast<std::size_t>(i) >= m_thresholds.size()) m_thresholds.resize(i + 1);
+    Thresholds& t = m_thresholds[i];
+    if (t.radius < 0) MakeThresholds(stepRadius, t);
+    return t.squared;
+}
+
+// An upper bound of a disc's 16-sample mean at a pixel whose centre lies `distance` from the disc's.
+// Every sample lies within kSampleReach of the pixel centre and their mean distance is at least
+// `distance`; the profile, extended above 1 inside the core, is convex and falling, so the mean of
+// its values lies below its chord over [distance - reach, distance + reach], taken at `distance`.
+double DiscProfile::ChordBound(double distance, double radius) const {
+    const double inner = radius * m_hardness;
+    const double band = radius - inner;
+    auto extended = [&](double s) {
+        const double u = (s - inner) / band;
+        return u >= 1 ? 0.0 : std::pow(1 - u, m_exponent);
+    };
+    return 0.5 * (extended(distance - kSampleReach) + extended(distance + kSampleReach));
+}
+
+void DiscProfile::MakeThresholds(double radius, Thresholds& out) const {
+    out.radius = radius;
+    double low = std::max(0.0, radius * m_hardness - kSampleReach);
+    const double high = radius + kSampleReach;
+    for (int b = kBucketCount - 1; b >= 0; --b) {
+        // The disc cannot raise a byte of this bucket once its mean stays below the bucket's lowest
+        // byte plus half a level; a thousandth less leaves room for the table's rounding.
+        const double level = (b * kBucketWidth + 0.5) / 255.0 - 1e-3;
+        // Smallest distance from which on the bound stays at or below the level (it only falls).
+        double lo = low;
+        double hi = high;
+        if (ChordBound(lo, radius) <= level) {
+            hi = lo;
+        } else {
+            for (int k = 0; k < 24; ++k) {
+                const double mid = 0.5 * (lo + hi);
+                if (ChordBound(mid, radius) <= level) {
+                    hi = mid;
+                } else {
+                    lo = mid;
+                }
+            }
+        }
+        out.squared[b] = hi * hi;
+        low = hi;  // lower levels lie farther out
+    }
+}
+
+// --- Stamping entry points ------------------------------------------------------------------------
+
+void StampDiscUnshared(const CoverageView& view, DiscProfile& profile, const Disc& disc, int32_t dirty[4]) {
+    DiscGeometry g;
+    if (!MakeGeometry(disc, profile, view.width, view.height, g)) return;
+    GrowDirty(dirty, g);
+    StampDisc(PlainSurface{view.pixels, view.stride}, g, profile);
+}
+
+void StampDiscShared(const CoverageView& view, DiscProfile& profile, const Disc& disc, int32_t dirty[4]) {
+    DiscGeometry g;
+    if (!MakeGeometry(disc, profile, view.width, view.height, g)) return;
+    GrowDirty(dirty, g);
+    if (view.pixels != nullptr) StampDisc(SharedSurface{view.pixels, view.stride}, g, profile);
+}
+
+StrokeRaster::StrokeRaster(MoveEffectFilter* filter, const CoverageView& view, double hardness)
+    : m_filter(filter), m_view(view), m_profile(&DiscProfile::ForHardness(hardness)) {}
+
+StrokeRaster::~StrokeRaster() = default;
+
+void StrokeRaster::Flush() {
+    if (m_count == 0) return;
+    FlushRange(0, m_count);
+    m_previousDiameter = m_discs[m_count - 1].diameter;
+    m_count = 0;
+}
+
+bool StrokeRaster::UseStamp(int i, int begin, int end) {
+    const Disc& disc = m_discs[i];
+    if (CanReuse(m_stamp, disc)) return true;
+    // A new stamp only pays inside a run of equal discs: both neighbours must match.
+    const double previous = i > begin ? m_discs[i - 1].diameter : m_previousDiameter;
+    const double tolerance = 1e-9 * std::max(1.0, disc.diameter);
+    if (i + 1 >= end || !(std::fabs(disc.diameter - previous) <= tolerance) ||
+        !(std::fabs(disc.diameter - m_discs[i + 1].diameter) <= tolerance) || !FitsStamp(disc.diameter)) {
+        return false;
+    }
+    BuildStamp(disc, *m_profile, m_stamp);
+    return true;
+}
+
+void StrokeRaster::FlushRange(int begin, int end) {
+    DiscGeometry geometry[kBatchDiscs];
+    bool drawn[kBatchDiscs];
+    int32_t dirty[4] = {m_view.width, m_view.height, 0, 0};
+    int32_t box[4] = {m_view.width, m_view.height, 0, 0};
+    bool any = false;
+    for (int i = begin; i < end; ++i) {
+        DiscGeometry& g = geometry[i];
+        drawn[i] = MakeGeometry(m_discs[i], *m_profile, m_view.width, m_view.height, g);
+        if (!drawn[i]) continue;
+        any = true;
+        GrowDirty(dirty, g);
+        if (IsEmpty(g)) {
+            drawn[i] = false;
+            continue;
+        }
+        box[0] = std::min(box[0], g.x0);
+        box[1] = std::min(box[1], g.y0);
+        box[2] = std::max(box[2], g.x1);
+        box[3] = std::max(box[3], g.y1);
+    }
+    if (!any) return;
+    if (m_view.pixels != nullptr && box[0] < box[2] && box[1] < box[3]) {
+        const int64_t tileWidth = box[2] - box[0];
+        const int64_t tileHeight = box[3] - box[1];
+        if (tileWidth * tileHeight > kMaxTilePixels && end - begin > 1) {
+            const int middle = begin + (end - begin) / 2;
+            FlushRange(begin, middle);
+            FlushRange(middle, end);
+            return;
+        }
+        if (tileWidth * tileHeight > kMaxTilePixels) {
+            // One huge disc: stamp it in place.
+            if (drawn[begin])
+                StampDisc(SharedSurface{m_view.pixels, m_view.stride}, geometry[begin], *m_profile);
+        } else {
+            const std::size_t area = static_cast<std::size_t>(tileWidth * tileHeight);
+            if (m_tile.size() < area) {
+                m_tile.resize(area);
+                m_before.resize(area);
+            }
+            // Start from what other tasks have stamped so far: the rim tests then skip more.
+            for (int64_t row = 0; row < tileHeight; ++row) {
+                uint8_t* from = m_view.pixels + (box[1] + row) * m_view.stride + box[0];
+                uint8_t* to = m_before.data() + row * tileWidth;
+                for (int64_t col = 0; col < tileWidth; ++col) {
+                    to[col] = std::atomic_ref<uint8_t>(from[col]).load(std::memory_order_relaxed);
+                }
+            }
+            std::memcpy(m_tile.data(), m_before.data(), area);
+            const PlainSurface tile{m_tile.data() - box[1] * tileWidth - box[0], tileWidth};
+            for (int k = 0; k < kBatchDiscs; ++k) {
+                const int i = begin + kCoarseToFine[k];
+                if (i >= end || !drawn[i]) continue;
+                if (UseStamp(i, begin, end)) {
+                    ApplyStamp(tile, m_stamp, m_discs[i], box[0], box[1], box[2], box[3]);
+                } else {
+                    StampDisc(tile, geometry[i], *m_profile);
+                }
+            }
+            for (int64_t row = 0; row < tileHeight; ++row) {
+                uint8_t* into = m_view.pixels + (box[1] + row) * m_view.stride + box[0];
+                const uint8_t* now = m_tile.data() + row * tileWidth;
+                const uint8_t* was = m_before.data() + row * tileWidth;
+                int64_t col = 0;
+                // Whole words that did not change are passed over without looking at their bytes.
+                for (; col + 8 <= tileWidth; col += 8) {
+                    uint64_t a;
+                    uint64_t b;
+                    std::memcpy(&a, now + col, 8);
+                    std::memcpy(&b, was + col, 8);
+                    if (a == b) continue;
+                    for (int64_t k = col; k < col + 8; ++k) {
+                        if (now[k] > was[k]) MoveEffectFilter::StampCoverageByte(into + k, now[k]);
+                    }
+                }
+                for (; col < tileWidth; ++col) {
+                    if (now[col] > was[col]) MoveEffectFilter::StampCoverageByte(into + col, now[col]);
+                }
+            }
+        }
+    }
+    if (m_filter != nullptr) m_filter->GrowDirtyRect(dirty[0], dirty[1], dirty[2], dirty[3]);
+}
+
+// --- The filter's stamping primitives ---------------------------------------------------------------
+
+// Worker threads. Stroke tasks batch their discs through a StrokeRaster; these draw one at a time,
+// with the same bytes.
+void MoveEffectFilter::DrawLine(const PathPoint& a, double pressureA, const PathPoint& b, double pressureB) {
+    ForEachLineDisc(a.x, a.y, pressureA, b.x, b.y, pressureB, m_param.size,
+                    [this](double x, double y, double d) { DrawCircle(x, y, d); });
+}
+
+void MoveEffectFilter::DrawCircle(double x, double y, double diameter) {
+    if (!m_coverage) return;
+    int32_t dirty[4] = {m_width, m_height, 0, 0};
+    StampDiscShared(CoverageView{m_coverage.get(), m_width, m_height, m_width},
+                    DiscProfile::ForHardness(m_param.hardness), Disc{x, y, diameter}, dirty);
+    GrowDirtyRect(dirty[0], dirty[1], dirty[2], dirty[3]);
+}

@@ -1,0 +1,201 @@
+// The fast disc rasteriser against the straightforward one: every pixel of every disc below 255
+// sampled 4 x 4 with a pow per soft sample. Hard discs must match byte for byte, soft ones within one
+// level (the fast rim comes from a table).
+#include "engine/StrokeRaster.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+namespace {
+
+struct Canvas {
+    int32_t width;
+    int32_t height;
+    std::vector<uint8_t> pixels;
+    int32_t dirty[4];
+
+    Canvas(int32_t w, int32_t h) : width(w), height(h), pixels(static_cast<std::size_t>(w) * h, 0) {
+        dirty[0] = w;
+        dirty[1] = h;
+        dirty[2] = 0;
+        dirty[3] = 0;
+    }
+    CoverageView View() { return CoverageView{pixels.data(), width, height, width}; }
+};
+
+// The disc as the design describes it, pixel by pixel.
+void ReferenceDrawCircle(Canvas& canvas, double hardness, double x, double y, double diameter) {
+    const double r = diameter / 2;
+    const double inner = r * hardness;
+    const double band = r - inner;
+    const double k = band > 1e-12 ? 1 / band : 0;
+    const double e = 4 * hardness + 1;
+    const double left = std::max(std::floor(x - r), 0.0);
+    const double right = std::min(std::ceil(x + r), static_cast<double>(canvas.width));
+    const double top = std::max(std::floor(y - r), 0.0);
+    const double bottom = std::min(std::ceil(y + r), static_cast<double>(canvas.height));
+    const int x0 = static_cast<int>(std::min(left, static_cast<double>(canvas.width)));
+    const int y0 = static_cast<int>(std::min(top, static_cast<double>(canvas.height)));
+    const int x1 = static_cast<int>(std::max(right, 0.0));
+    const int y1 = static_cast<int>(std::max(bottom, 0.0));
+    for (int py = y0; py < y1; ++py) {
+        for (int px = x0; px < x1; ++px) {
+            uint8_t& c = canvas.pixels[static_cast<std::size_t>(py) * canvas.width + px];
+            if (c >= 255) continue;
+            const double dx = px + 0.5 - x;
+            const double dy = py + 0.5 - y;
+            const double dxx = dx * dx;
+            const double dyy = dy * dy;
+            const double centre = dxx + dyy;
+            if (centre < inner * inner - 1) {
+                c = 255;
+                continue;
+            }
+            bool allIn = true;
+            bool allOut = true;
+            for (double oy : {-0.375, 0.375}) {
+                for (double ox : {-0.375, 0.375}) {
+                    const double sx = dx + ox;
+                    const double sy = dy + oy;
+                    const double sxx = sx * sx;
+                    const double syy = sy * sy;
+                    const double q = sxx + syy;
+                    allIn = allIn && q <= inner * inner + 1e-12;
+                    allOut = allOut && q >= r * r - 1e-12;
+                }
+            }
+            if (allIn && !allOut) {
+                c = 255;
+                continue;
+            }
+            if (allOut && !(allIn && centre < r * r)) continue;
+            double sum = 0;
+            for (double oy : {-0.375, -0.125, 0.125, 0.375}) {
+                for (double ox : {-0.375, -0.125, 0.125, 0.375}) {
+                    const double sx = dx + ox;
+                    const double sy = dy + oy;
+                    const double sxx = sx * sx;
+                    const double syy = sy * sy;
+                    const double q = sxx + syy;
+                    if (q <= inner * inner + 1e-12) {
+                        sum += 1;
+                    } else if (q < r * r - 1e-12) {
+                        sum += std::pow(1 - (std::sqrt(q) - inner) * k, e);
+                    }
+                }
+            }
+            const int v = static_cast<int>(sum * 0.0625 * 255 + 0.5);
+            if (v > c) c = static_cast<uint8_t>(v);
+        }
+    }
+    canvas.dirty[0] = std::min(canvas.dirty[0], static_cast<int32_t>(std::min(left, 1e9)));
+    canvas.dirty[1] = std::min(canvas.dirty[1], static_cast<int32_t>(std::min(top, 1e9)));
+    canvas.dirty[2] = std::max(canvas.dirty[2], static_cast<int32_t>(std::max(right, -1e9)));
+    canvas.dirty[3] = std::max(canvas.dirty[3], static_cast<int32_t>(std::max(bottom, -1e9)));
+}
+
+int LargestDifference(const Canvas& a, const Canvas& b) {
+    int worst = 0;
+    for (std::size_t i = 0; i < a.pixels.size(); ++i) {
+        worst = std::max(worst, std::abs(static_cast<int>(a.pixels[i]) - static_cast<int>(b.pixels[i])));
+    }
+    return worst;
+}
+
+// Random discs on a 64 x 48 canvas: diameters 0.1 to 50 (more small ones), centres anywhere from
+// well off the left/top edge to well off the right/bottom edge.
+Disc RandomDisc(std::mt19937& random) {
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    const double diameter = 0.1 * std::pow(500.0, unit(random));
+    return Disc{-10 + 84 * unit(random), -10 + 68 * unit(random), diameter};
+}
+
+void ExpectSameDirty(const Canvas& fast, const Canvas& reference) {
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(fast.dirty[i], reference.dirty[i]) << "edge " << i;
+}
+
+TEST(stroke_raster_test, hard_discs_match_the_straightforward_ones_byte_for_byte) {
+    std::mt19937 random(7);
+    DiscProfile& profile = DiscProfile::ForHardness(1.0);
+    for (int n = 0; n < 4000; ++n) {
+        Canvas fast(64, 48);
+        Canvas reference(64, 48);
+        const Disc disc = RandomDisc(random);
+        StampDiscUnshared(fast.View(), profile, disc, fast.dirty);
+        ReferenceDrawCircle(reference, 1.0, disc.x, disc.y, disc.diameter);
+        ASSERT_EQ(fast.pixels, reference.pixels)
+            << "disc " << disc.x << ", " << disc.y << " d " << disc.diameter;
+        ExpectSameDirty(fast, reference);
+    }
+}
+
+TEST(stroke_raster_test, soft_discs_stay_within_one_level_of_the_straightforward_ones) {
+    std::mt19937 random(11);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    for (int n = 0; n < 3000; ++n) {
+        const double hardness = n % 10 == 0 ? 0.0 : unit(random);
+        Canvas fast(64, 48);
+        Canvas reference(64, 48);
+        const Disc disc = RandomDisc(random);
+        StampDiscUnshared(fast.View(), DiscProfile::ForHardness(hardness), disc, fast.dirty);
+        ReferenceDrawCircle(reference, hardness, disc.x, disc.y, disc.diameter);
+        ASSERT_LE(LargestDifference(fast, reference), 1)
+            << "hardness " << hardness << " disc " << disc.x << ", " << disc.y << " d " << disc.diameter;
+        ExpectSameDirty(fast, reference);
+    }
+}
+
+// Strokes: chains of overlapping discs whose diameter changes along the chain, as tapers make them.
+void CompareStrokes(double hardness, int strokes, int maxDifference) {
+    std::mt19937 random(static_cast<unsigned>(hardness * 1000) + 3);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    Canvas fast(96, 80);
+    Canvas reference(96, 80);
+    DiscProfile& profile = DiscProfile::ForHardness(hardness);
+    for (int s = 0; s < strokes; ++s) {
+        double x = -10 + 116 * unit(random);
+        double y = -10 + 100 * unit(random);
+        const double angle = 6.2832 * unit(random);
+        const double size = 0.5 * std::pow(60.0, unit(random));
+        const int steps = 10 + static_cast<int>(60 * unit(random));
+        for (int i = 0; i <= steps; ++i) {
+            const double pressure = std::min(1.0, 2.0 * std::min(i, steps - i) / steps + 0.05);
+            const double diameter = pressure * size;
+            StampDiscUnshared(fast.View(), profile, Disc{x, y, diameter}, fast.dirty);
+            ReferenceDrawCircle(reference, hardness, x, y, diameter);
+            x += std::cos(angle) * std::min(1.0, std::max(diameter, 0.1));
+            y += std::sin(angle) * std::min(1.0, std::max(diameter, 0.1));
+        }
+    }
+    EXPECT_LE(LargestDifference(fast, reference), maxDifference) << "hardness " << hardness;
+    ExpectSameDirty(fast, reference);
+}
+
+TEST(stroke_raster_test, hard_strokes_match_the_straightforward_ones_byte_for_byte) {
+    CompareStrokes(1.0, 40, 0);
+}
+
+TEST(stroke_raster_test, soft_strokes_stay_within_one_level_of_the_straightforward_ones) {
+    for (double hardness : {0.0, 0.25, 0.5, 0.8, 0.97})
+        CompareStrokes(hardness, 25, 1);
+}
+
+TEST(stroke_raster_test, non_finite_discs_draw_nothing_and_leave_the_dirty_rectangle) {
+    Canvas canvas(16, 16);
+    DiscProfile& profile = DiscProfile::ForHardness(0.5);
+    StampDiscUnshared(canvas.View(), profile, Disc{NAN, 4, 3}, canvas.dirty);
+    StampDiscUnshared(canvas.View(), profile, Disc{4, INFINITY, 3}, canvas.dirty);
+    StampDiscUnshared(canvas.View(), profile, Disc{4, 4, NAN}, canvas.dirty);
+    EXPECT_EQ(canvas.pixels, std::vector<uint8_t>(256, 0));
+    EXPECT_EQ(canvas.dirty[0], 16);
+    EXPECT_EQ(canvas.dirty[2], 0);
+}
+
+}  // namespace
