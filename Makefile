@@ -56,8 +56,30 @@ format-check: deps
 bench: build
 	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b --benchmark_min_time=0.5; done
 
+RENDER  = $(BUILD)/tools/render/brivane-render
+DEMO_OUT ?= out
+
+# The bundled sample layers rendered in all three arrangements, each as the bare effect layer flattened
+# onto white (as on a page) plus a few variants.
 demo: build
-	@$(MAKE) --no-print-directory -f demo.mk BUILD=$(BUILD)
+	@mkdir -p $(DEMO_OUT)
+	$(RENDER) samples/focus.png --preset samples/focus.ini --background white -o $(DEMO_OUT)/radiate.png
+	$(RENDER) samples/speed.png --preset samples/speed.ini --background white -o $(DEMO_OUT)/parallel.png
+	$(RENDER) samples/rings.png --preset samples/rings.ini --background white -o $(DEMO_OUT)/circle.png
+	$(RENDER) samples/focus.png --preset samples/focus.ini --color white --over --background white \
+	          -o $(DEMO_OUT)/radiate-over.png
+	$(RENDER) samples/speed.png --preset samples/wavy.ini --background white -o $(DEMO_OUT)/parallel-wave.png
+	$(RENDER) samples/focus.png --preset samples/focus.ini -o $(DEMO_OUT)/radiate-layer.png \
+	          --save-preset $(DEMO_OUT)/radiate.ini
+	@echo
+	@echo "Demo pictures in $(DEMO_OUT)/:"
+	@for f in radiate circle parallel radiate-over parallel-wave radiate-layer; do \
+	  echo "  $(DEMO_OUT)/$$f.png"; done
+	@echo "  ($(DEMO_OUT)/radiate-layer.png is the bare RGBA layer; $(DEMO_OUT)/radiate.ini its settings)"
+
+# Redraws the sample layers in samples/ from tools/render/SampleLayers.cpp.
+samples: build
+	$(BUILD)/tools/render/brivane-make-samples samples
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) out
