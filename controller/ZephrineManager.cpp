@@ -183,6 +183,13 @@ bool ZephrineManager::OnInitFilter() {
             m_presetNames.push_back(std::move(name));
         }
 
+        AddComboBox(kItemPreset, 'r', presetRows);
+        AddCheckBox(kItemSaveOnExit, 'v', m_saveOnExit);
+        AddComboBox(kItemPathType, 't', kTextPathTypes, static_cast<int>(std::size(kTextPathTypes)));
+        AddCanvas(kItemPoint1, 'd', kHostPointDefaultCentre);
+        AddCanvas(kItemPoint2, 'd', kHostPointDefaultCentre);
+        AddCanvas(kItemPoint3, 'd', kHostPointDefaultCentre);
+
         // Guides already loaded stay cached under their name: a guide file is read once per manager.
         std::vector<GuideEntry> previous = std::move(m_guides);
         auto takeCached = [&previous](const std::u16string& name) {
@@ -203,12 +210,6 @@ bool ZephrineManager::OnInitFilter() {
             m_guides.push_back(GuideEntry{name, takeCached(name)});
         }
 
-        AddComboBox(kItemPreset, 'r', presetRows);
-        AddCheckBox(kItemSaveOnExit, 'v', m_saveOnExit);
-        AddComboBox(kItemPathType, 't', kTextPathTypes, static_cast<int>(std::size(kTextPathTypes)));
-        AddCanvas(kItemPoint1, 'd', kHostPointDefaultCentre);
-        AddCanvas(kItemPoint2, 'd', kHostPointDefaultCentre);
-        AddCanvas(kItemPoint3, 'd', kHostPointDefaultCentre);
         AddComboBox(kItemGuide, 'r', guideRows);
         AddDblSlider(kItemCurvature, 'r', -10.0, 10.0, curvature);
         AddDblSlider(kItemSize, 's', 1.0, 50.0, size);

@@ -287,6 +287,22 @@ TEST_F(controller_test, guide_and_preset_files_are_listed_by_name_after_the_fixe
     EXPECT_EQ(Item(140).rows[1].value, 1);
 }
 
+TEST_F(controller_test, opening_the_filter_again_lists_every_row_once_and_starts_from_the_defaults) {
+    home.CreateFolders();
+    WriteFile(home.GuideFolder() / "wave.svg", "<svg><path d=\"M 0 0 L 100 20\"/></svg>");
+    WriteFile(home.PresetFolder() / "speed.ini", "[pen]\nsize=4\n");
+    OpenFilter();
+    ASSERT_EQ(Change(202, "9"), kHostPropertyModified);
+    ASSERT_EQ(module.Call(kHostSelectorFilterTerminate, host.GetServer()), kHostCallSucceeded);
+    ASSERT_EQ(module.Call(kHostSelectorFilterInitialize, host.GetServer()), kHostCallSucceeded);
+    EXPECT_EQ(Item(140).rows.size(), 2u);
+    EXPECT_EQ(Item(161).rows.size(), 3u);
+    EXPECT_EQ(Item(202).decValue, 2.0);
+    // The preset row still loads the preset it shows.
+    EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
+    EXPECT_EQ(Item(202).decValue, 4.0);
+}
+
 // ---- Reactions to the panel ----
 
 TEST_F(controller_test, changing_the_arrangement_moves_the_points_to_its_default_positions) {
