@@ -67,7 +67,15 @@ void MoveEffectFilter::CreateCirclePathTasks() {
 
 void MoveEffectFilter::AppendCircleTask(const PathPoint& centre, double angle, double startAngle,
                                         double radiusX, double radiusY) {
-    auto task = std::make_shared<PathTask>(this, m_circleTarget.get());
+    m_pool.Enqueue(MakeRingTask(this, m_circleTarget.get(), centre, angle, startAngle, radiusX, radiusY));
+}
+
+std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle,
+                                       const PathPoint& centre, double angle, double startAngle,
+                                       double radiusX, double radiusY) {
+    auto task = std::make_shared<PathTask>(filter, circle);
+    PathParser* guide = filter->GetGuide();
+    const double curvature = filter->GetParameterRecord().curvature;
     // Ramanujan's perimeter, one vertex per 5 px; at least 3, and an even count.
     const double perimeter =
         (3 * (radiusX + radiusY) - std::sqrt((3 * radiusX + radiusY) * (radiusX + 3 * radiusY))) *
@@ -78,25 +86,25 @@ void MoveEffectFilter::AppendCircleTask(const PathPoint& centre, double angle, d
     int n = static_cast<int>(count);
     if (n % 2 != 0) ++n;
 
-    m_guide->PrepareSegments(false);
-    m_guide->ResetPosition();
+    guide->PrepareSegments(false);
+    guide->ResetPosition();
     // A guide without pieces cannot be walked: it then adds no wobble.
-    const bool walk = !m_guide->GetLines().empty();
-    const double y0 = m_guide->GetPosition().point.y;
-    const double step = m_guide->GetTotalLength() / n;
+    const bool walk = !guide->GetLines().empty();
+    const double y0 = guide->GetPosition().point.y;
+    const double step = guide->GetTotalLength() / n;
     const double ca = std::cos(angle);
     const double sa = std::sin(angle);
     for (int i = 0; i <= n; ++i) {
         const double psi = i * 2 * std::numbers::pi / n + startAngle;
-        const double d = (m_guide->GetPosition().point.y - y0) * m_param.curvature;
+        const double d = (guide->GetPosition().point.y - y0) * curvature;
         const PathPoint local = Rotate((radiusX + d) * std::cos(psi), (radiusY + d) * std::sin(psi), ca, sa);
         PathSegment vertex;
         vertex.type = i == 0 ? PathSegment::kMoveTo : PathSegment::kLineTo;
         vertex.points.push_back(PathPoint{centre.x + local.x, centre.y + local.y});
         task->AppendPathSegment(vertex);
-        if (walk) m_guide->MoveNext(step);
+        if (walk) guide->MoveNext(step);
     }
-    m_pool.Enqueue(task);
+    return task;
 }
 
 bool MoveEffectFilter::IsEllipseIn(const PathPoint& centre, double radiusX, double radiusY,

@@ -67,3 +67,12 @@ private:
     std::unique_ptr<Random> m_lengthRandom;  // only while Run walks
     std::unique_ptr<Random> m_positionRandom;  // only while Run walks
 };
+
+// The closed ring task that MoveEffectFilter::AppendCircleTask enqueues: an ellipse with these
+// semi-axes, rotated by `angle` about `centre`, starting at `startAngle`, with the filter's guide
+// wrapped once round it as a radial wobble scaled by the curvature. At least 4 vertices, an even
+// count, one per 5 px of perimeter; the last vertex closes the ring. Walks the filter's guide, so it
+// belongs to the layout's thread.
+std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle,
+                                       const PathPoint& centre, double angle, double startAngle,
+                                       double radiusX, double radiusY);

@@ -12,6 +12,9 @@
 #include <random>
 #include <vector>
 
+#include "StrokeTestSupport.h"
+#include "engine/MoveEffectFilter.h"
+
 namespace {
 
 struct Canvas {
@@ -185,6 +188,105 @@ TEST(stroke_raster_test, hard_strokes_match_the_straightforward_ones_byte_for_by
 TEST(stroke_raster_test, soft_strokes_stay_within_one_level_of_the_straightforward_ones) {
     for (double hardness : {0.0, 0.25, 0.5, 0.8, 0.97})
         CompareStrokes(hardness, 25, 1);
+}
+
+// Polylines of 1 px steps, as stroke tasks walk them, at random angles or along the pixel grid (where
+// equal discs repeat and stamps are reused), tapered at both ends; drawn through the batching raster
+// and through the reference disc by disc.
+void CompareBatchedStrokes(double hardness, int maxDifference) {
+    std::mt19937 random(static_cast<unsigned>(hardness * 977) + 5);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    Canvas fast(120, 100);
+    Canvas reference(120, 100);
+    for (int s = 0; s < 30; ++s) {
+        const bool aligned = s % 3 == 0;
+        const double angle = aligned ? (s % 4) * 1.5707963267948966 : 6.2832 * unit(random);
+        double x = aligned ? std::floor(-5 + 130 * unit(random)) : -5 + 130 * unit(random);
+        double y = aligned ? std::floor(-5 + 110 * unit(random)) : -5 + 110 * unit(random);
+        const double size = 0.3 * std::pow(100.0, unit(random));
+        const int steps = 20 + static_cast<int>(150 * unit(random));
+        const int taper = steps / 4;
+        StrokeRaster raster(nullptr, fast.View(), hardness);
+        double previous = 0;
+        for (int i = 0; i <= steps; ++i) {
+            const double pressure = std::min(1.0, std::min(i, steps - i) / static_cast<double>(taper));
+            const double nx = x + std::cos(angle);
+            const double ny = y + std::sin(angle);
+            ForEachLineDisc(x, y, previous, nx, ny, pressure, size, [&](double cx, double cy, double d) {
+                raster.AddDisc(Disc{cx, cy, d});
+                ReferenceDrawCircle(reference, hardness, cx, cy, d);
+            });
+            x = nx;
+            y = ny;
+            previous = pressure;
+        }
+        raster.Flush();
+    }
+    EXPECT_LE(LargestDifference(fast, reference), maxDifference) << "hardness " << hardness;
+    EXPECT_GT(LargestDifference(reference, Canvas(120, 100)), 0);
+}
+
+TEST(stroke_raster_test, batched_hard_strokes_match_the_straightforward_ones_byte_for_byte) {
+    CompareBatchedStrokes(1.0, 0);
+}
+
+TEST(stroke_raster_test, batched_soft_strokes_stay_within_one_level_of_the_straightforward_ones) {
+    for (double hardness : {0.0, 0.3, 0.5, 0.9})
+        CompareBatchedStrokes(hardness, 1);
+}
+
+TEST(stroke_raster_test, the_filter_draws_lines_as_the_straightforward_discs_do) {
+    for (double hardness : {1.0, 0.5}) {
+        MoveEffectParam param = stroke_test::QuietParam(1);
+        param.size = 9;
+        param.hardness = hardness;
+        PathParser guide = stroke_test::StraightGuide();
+        stroke_test::Layer layer(70, 50);
+        auto filter = stroke_test::MakeFilter(param, PointTarget{}, guide, layer);
+        Canvas reference(70, 50);
+        const PathPoint points[4] = {{-3, 10.3}, {30.7, 22.1}, {31.2, 22.9}, {75, 40}};
+        const double pressures[4] = {0.2, 1.0, 0.6, 0.9};
+        for (int i = 0; i < 3; ++i) {
+            filter->DrawLine(points[i], pressures[i], points[i + 1], pressures[i + 1]);
+            ForEachLineDisc(points[i].x, points[i].y, pressures[i], points[i + 1].x, points[i + 1].y,
+                            pressures[i + 1], param.size, [&](double x, double y, double d) {
+                                ReferenceDrawCircle(reference, hardness, x, y, d);
+                            });
+        }
+        Canvas fast(70, 50);
+        fast.pixels.assign(filter->GetCoverage(), filter->GetCoverage() + fast.pixels.size());
+        EXPECT_LE(LargestDifference(fast, reference), hardness == 1.0 ? 0 : 1) << "hardness " << hardness;
+        const MoveEffectFilter::DirtyRect dirty = filter->GetDirtyRect();
+        EXPECT_EQ(dirty.left, reference.dirty[0]);
+        EXPECT_EQ(dirty.top, reference.dirty[1]);
+        EXPECT_EQ(dirty.right, reference.dirty[2]);
+        EXPECT_EQ(dirty.bottom, reference.dirty[3]);
+    }
+}
+
+TEST(stroke_raster_test, a_line_places_a_disc_after_every_step_and_one_may_land_beyond_its_end) {
+    std::vector<Disc> discs;
+    auto collect = [&discs](double x, double y, double d) { discs.push_back(Disc{x, y, d}); };
+    // Full pressure, 3 px long, size 2: steps of 1 px, the disc after each step.
+    ForEachLineDisc(0, 0, 1, 3, 0, 1, 2, collect);
+    ASSERT_EQ(discs.size(), 4u);
+    EXPECT_DOUBLE_EQ(discs[0].x, 1);
+    EXPECT_DOUBLE_EQ(discs[3].x, 4);  // one step beyond b
+    // Pressure 0.02 of size 2 is a 0.04 px disc: too thin, nothing is drawn.
+    discs.clear();
+    ForEachLineDisc(0, 0, 0.02, 3, 0, 0.02, 2, collect);
+    EXPECT_TRUE(discs.empty());
+    // Thin discs step by their own diameter.
+    ForEachLineDisc(0, 0, 0.25, 1, 0, 0.25, 2, collect);
+    ASSERT_EQ(discs.size(), 3u);
+    EXPECT_DOUBLE_EQ(discs[0].x, 0.5);
+    EXPECT_DOUBLE_EQ(discs[0].diameter, 0.5);
+    // No length, or no number: nothing.
+    discs.clear();
+    ForEachLineDisc(2, 2, 1, 2, 2, 1, 5, collect);
+    ForEachLineDisc(2, 2, 1, NAN, 2, 1, 5, collect);
+    ForEachLineDisc(0, 0, 1, INFINITY, 0, 1, 5, collect);
+    EXPECT_TRUE(discs.empty());
 }
 
 TEST(stroke_raster_test, non_finite_discs_draw_nothing_and_leave_the_dirty_rectangle) {

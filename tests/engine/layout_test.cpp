@@ -1,0 +1,282 @@
+// The three arrangements: how many paths they lay out and where the lines land on a fully inked
+// layer, with every fluctuation off.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <numbers>
+#include <vector>
+
+#include "StrokeTestSupport.h"
+#include "engine/MoveEffectFilter.h"
+#include "engine/PathTask.h"
+
+namespace {
+
+using stroke_test::CoverageAt;
+using stroke_test::Layer;
+using stroke_test::MakeFilter;
+using stroke_test::QuietParam;
+using stroke_test::RenderSingleThreaded;
+using stroke_test::StraightGuide;
+
+// Columns of row y that hold any coverage.
+std::vector<int32_t> CoveredColumns(const MoveEffectFilter& filter, int32_t y) {
+    std::vector<int32_t> columns;
+    for (int32_t x = 0; x < filter.GetWidth(); ++x) {
+        if (CoverageAt(filter, x, y) > 0) columns.push_back(x);
+    }
+    return columns;
+}
+
+TEST(layout_test, parallel_lines_stand_at_offsets_0_8_and_12_for_spacing_10_and_gain_minus_4) {
+    MoveEffectParam param = QuietParam(1);
+    param.spacing = 10;
+    param.spcgain = -4;
+    PathParser guide = StraightGuide();
+    Layer layer(60, 60, true);
+    // Lines run up from y = 50 to y = 10 at x = 10 and stack to the right.
+    auto filter = MakeFilter(param, PointTarget{10, 50, 10, 10, 50, 50}, guide, layer);
+    EXPECT_EQ(RenderSingleThreaded(*filter), 3);
+    // A 2 px pen on x = 10, 18 and 22 covers the two columns either side of each.
+    EXPECT_EQ(CoveredColumns(*filter, 30), (std::vector<int32_t>{9, 10, 17, 18, 21, 22}));
+}
+
+TEST(layout_test, parallel_makes_one_line_at_p1_when_p3_is_p1_and_none_without_spacing) {
+    PathParser guide = StraightGuide();
+    Layer layer(60, 60, true);
+    auto single = MakeFilter(QuietParam(1), PointTarget{30, 50, 30, 10, 30, 50}, guide, layer);
+    EXPECT_EQ(RenderSingleThreaded(*single), 1);
+    EXPECT_EQ(CoveredColumns(*single, 30), (std::vector<int32_t>{29, 30}));
+
+    MoveEffectParam param = QuietParam(1);
+    param.spacing = 0;
+    auto none = MakeFilter(param, PointTarget{30, 50, 30, 10, 50, 50}, guide, layer);
+    EXPECT_EQ(RenderSingleThreaded(*none), 0);
+}
+
+// Coverage-weighted mean row of column x.
+double MeanRow(const MoveEffectFilter& filter, int32_t x) {
+    double sum = 0;
+    double weight = 0;
+    for (int32_t y = 0; y < filter.GetHeight(); ++y) {
+        sum += (y + 0.5) * CoverageAt(filter, x, y);
+        weight += CoverageAt(filter, x, y);
+    }
+    return weight > 0 ? sum / weight : -1;
+}
+
+TEST(layout_test, parallel_lines_follow_the_guide_scaled_across_by_the_curvature) {
+    PathParser guide;
+    guide.CreateCurve();  // an arch over 100 units, 25 units high at its middle
+    Layer layer(120, 140, true);
+    for (double curvature : {0.0, 1.0, 0.5, -0.5}) {
+        MoveEffectParam param = QuietParam(1);
+        param.curvature = curvature;
+        // One line from (10, 100) to (110, 100): the guide's 100 units map onto 100 px.
+        auto filter = MakeFilter(param, PointTarget{10, 100, 110, 100, 10, 100}, guide, layer);
+        RenderSingleThreaded(*filter);
+        // Flattening keeps the line within half a unit of the curve.
+        EXPECT_NEAR(MeanRow(*filter, 60), 100 - 25 * curvature, 0.6) << "curvature " << curvature;
+    }
+}
+
+TEST(layout_test, radiate_lines_stand_a_quarter_turn_apart_for_spacing_1000) {
+    MoveEffectParam param = QuietParam(0);
+    param.spacing = 1000;
+    param.size = 4;
+    PathParser guide = StraightGuide();
+    Layer layer(100, 100, true);
+    // Centre (50, 50); lines from radius 10 to radius 40, the first pointing up at p3.
+    auto filter = MakeFilter(param, PointTarget{50, 50, 50, 40, 50, 10}, guide, layer);
+    const int tasks = RenderSingleThreaded(*filter);
+    // Four lines, and a fifth on top of the first when four steps add up to no more than a full turn.
+    EXPECT_GE(tasks, 4);
+    EXPECT_LE(tasks, 5);
+    for (const auto& [x, y] :
+         std::vector<std::pair<int32_t, int32_t>>{{50, 25}, {75, 50}, {50, 75}, {25, 50}}) {
+        EXPECT_EQ(CoverageAt(*filter, x, y), 255) << x << ", " << y;
+    }
+    // Nothing on the diagonals, nor inside the inner radius.
+    for (const auto& [x, y] :
+         std::vector<std::pair<int32_t, int32_t>>{{68, 32}, {68, 68}, {32, 68}, {32, 32}}) {
+        EXPECT_EQ(CoverageAt(*filter, x, y), 0) << x << ", " << y;
+    }
+    EXPECT_EQ(CoverageAt(*filter, 50, 45), 0);
+    // The walk overshoots the path's end by a few px (and a disc by its radius), not by 8.
+    EXPECT_EQ(CoverageAt(*filter, 50, 2), 0);
+}
+
+TEST(layout_test, radiate_makes_no_line_without_spacing_and_takes_the_farther_point_as_outer_end) {
+    PathParser guide = StraightGuide();
+    Layer layer(100, 100, true);
+    MoveEffectParam param = QuietParam(0);
+    param.spacing = 0;
+    param.size = 4;
+    auto none = MakeFilter(param, PointTarget{50, 50, 50, 40, 50, 10}, guide, layer);
+    EXPECT_EQ(RenderSingleThreaded(*none), 0);
+
+    param.spacing = 1000;
+    // p2 is the far point here: the first line points right, from radius 5 to radius 30.
+    auto swapped = MakeFilter(param, PointTarget{50, 50, 80, 50, 50, 45}, guide, layer);
+    RenderSingleThreaded(*swapped);
+    EXPECT_EQ(CoverageAt(*swapped, 70, 50), 255);
+    EXPECT_EQ(CoverageAt(*swapped, 50, 30), 255);
+    EXPECT_EQ(CoverageAt(*swapped, 50, 10), 0);  // well beyond radius 30
+}
+
+TEST(layout_test, a_tiny_ring_has_at_least_4_vertices_and_every_ring_an_even_count) {
+    PathParser guide = StraightGuide();
+    Layer layer(40, 40, true);
+    auto filter = MakeFilter(QuietParam(2), PointTarget{10, 20, 30, 20, 20, 10}, guide, layer);
+    for (double radius : {0.0, 0.1, 1.0, 3.0, 7.9, 40.0, 333.3}) {
+        auto ring = MakeRingTask(filter.get(), nullptr, PathPoint{20, 20}, 0.3, 0, radius, radius * 0.7);
+        const std::size_t vertices = ring->GetPath().GetSegments().size() - 1;  // the last one closes it
+        EXPECT_GE(vertices, 4u) << "radius " << radius;
+        EXPECT_EQ(vertices % 2, 0u) << "radius " << radius;
+        // About one vertex per 5 px of perimeter.
+        const double perimeter = std::numbers::pi * (radius + radius * 0.7);
+        EXPECT_LE(static_cast<double>(vertices), std::max(4.0, perimeter / 5 * 1.02 + 2))
+            << "radius " << radius;
+        EXPECT_GE(static_cast<double>(vertices), perimeter / 5) << "radius " << radius;
+    }
+}
+
+TEST(layout_test, a_ring_starts_at_the_start_angle_and_closes_on_itself) {
+    PathParser guide = StraightGuide();
+    Layer layer(40, 40, true);
+    auto filter = MakeFilter(QuietParam(2), PointTarget{10, 20, 30, 20, 20, 10}, guide, layer);
+    auto ring = MakeRingTask(filter.get(), nullptr, PathPoint{100, 100}, 0, std::numbers::pi / 2, 50, 30);
+    const std::vector<PathSegment>& segments = ring->GetPath().GetSegments();
+    ASSERT_GE(segments.size(), 5u);
+    EXPECT_EQ(segments.front().type, PathSegment::kMoveTo);
+    EXPECT_NEAR(segments.front().points[0].x, 100, 1e-9);
+    EXPECT_NEAR(segments.front().points[0].y, 130, 1e-9);
+    EXPECT_EQ(segments.back().type, PathSegment::kLineTo);
+    EXPECT_NEAR(segments.back().points[0].x, 100, 1e-9);
+    EXPECT_NEAR(segments.back().points[0].y, 130, 1e-9);
+}
+
+TEST(layout_test, circle_rings_step_in_and_out_by_the_spacing_while_they_can_be_seen) {
+    MoveEffectParam param = QuietParam(2);
+    param.spacing = 10;
+    param.size = 4;
+    PathParser guide = StraightGuide();
+    Layer layer(100, 100, true);
+    // A circle of radius 25 round the middle: rings 15 and 5 inside (-5 would be below 1), 35, 45, 55
+    // and 65 outside; 75 encloses the whole canvas and is not seen.
+    auto filter = MakeFilter(param, PointTarget{25, 50, 75, 50, 50, 25}, guide, layer);
+    EXPECT_EQ(RenderSingleThreaded(*filter), 7);
+    for (int radius : {5, 15, 25, 35, 45}) {
+        EXPECT_EQ(CoverageAt(*filter, 50 + radius, 50), 255) << "radius " << radius;
+        EXPECT_EQ(CoverageAt(*filter, 50 + radius - 5, 50), 0) << "between rings " << radius;
+    }
+    EXPECT_EQ(CoverageAt(*filter, 50, 50), 0);
+
+    param.spacing = 0;
+    auto alone = MakeFilter(param, PointTarget{25, 50, 75, 50, 50, 25}, guide, layer);
+    EXPECT_EQ(RenderSingleThreaded(*alone), 1);
+}
+
+TEST(layout_test, a_gain_that_turns_the_step_round_ends_the_pass) {
+    MoveEffectParam param = QuietParam(2);
+    param.spacing = 10;
+    param.spcgain = -30;
+    PathParser guide = StraightGuide();
+    Layer layer(100, 100, true);
+    // Outward: one ring at 25 - 15 + 10 = 20, then the step is -20 and the pass ends. Inward: the
+    // first step (-10 - 15) brings the radius to 0, below 1, and ends that pass at once.
+    auto filter = MakeFilter(param, PointTarget{25, 50, 75, 50, 50, 25}, guide, layer);
+    EXPECT_EQ(RenderSingleThreaded(*filter), 2);
+}
+
+TEST(layout_test, an_ellipse_round_the_whole_canvas_is_not_in_it_and_one_inside_or_across_is) {
+    PathParser guide = StraightGuide();
+    Layer layer(100, 60);
+    auto filter = MakeFilter(QuietParam(2), PointTarget{0, 0, 0, 0, 0, 0}, guide, layer);
+    EXPECT_TRUE(filter->IsEllipseIn(PathPoint{50, 30}, 20, 10, 0.4));
+    EXPECT_TRUE(filter->IsEllipseIn(PathPoint{50, 30}, 60, 10, 0));       // across the left and right edges
+    EXPECT_TRUE(filter->IsEllipseIn(PathPoint{-10, 30}, 15, 15, 0));      // centre off the canvas
+    EXPECT_FALSE(filter->IsEllipseIn(PathPoint{50, 30}, 200, 200, 0.2));  // round the whole canvas
+    EXPECT_FALSE(filter->IsEllipseIn(PathPoint{-50, 30}, 20, 20, 0));     // wholly left of it
+    EXPECT_FALSE(filter->IsEllipseIn(PathPoint{50, 130}, 40, 20, 0));     // wholly below it
+}
+
+TEST(layout_test, a_segment_meets_an_ellipse_only_where_it_crosses_the_outline) {
+    PathParser guide = StraightGuide();
+    Layer layer(10, 10);
+    auto filter = MakeFilter(QuietParam(2), PointTarget{0, 0, 0, 0, 0, 0}, guide, layer);
+    const PathPoint c{0, 0};
+    // Ellipse 10 x 5 turned a quarter: it reaches 10 up and down, 5 to the sides.
+    const double quarter = std::numbers::pi / 2;
+    EXPECT_TRUE(filter->LineIntersectsEllipse({-20, 9}, {20, 9}, c, 10, 5, quarter));
+    EXPECT_FALSE(filter->LineIntersectsEllipse({-20, 11}, {20, 11}, c, 10, 5, quarter));
+    EXPECT_FALSE(filter->LineIntersectsEllipse({-1, 0}, {1, 0}, c, 10, 5, quarter));  // wholly inside
+    EXPECT_TRUE(filter->LineIntersectsEllipse({0, 0}, {8, 0}, c, 10, 5, quarter));    // leaves it
+}
+
+TEST(layout_test, a_segment_is_in_the_canvas_when_any_part_of_it_is) {
+    PathParser guide = StraightGuide();
+    Layer layer(100, 50);
+    auto filter = MakeFilter(QuietParam(0), PointTarget{0, 0, 0, 0, 0, 0}, guide, layer);
+    EXPECT_TRUE(filter->IsLineInCanvas({10, 10}, {20, 20}));
+    EXPECT_TRUE(filter->IsLineInCanvas({-10, 25}, {110, 25}));
+    EXPECT_TRUE(filter->IsLineInCanvas({100, 50}, {150, 80}));  // touches the corner
+    EXPECT_FALSE(filter->IsLineInCanvas({-10, -10}, {-1, 60}));
+    EXPECT_FALSE(filter->IsLineInCanvas({-10, 40}, {20, 80}));  // passes below the corner
+    EXPECT_FALSE(filter->IsLineInCanvas({101, 0}, {101, 50}));
+}
+
+TEST(layout_test, threaded_and_single_threaded_renders_are_the_same_bytes) {
+    MoveEffectParam param = QuietParam(0);
+    param.size = 5;
+    param.hardness = 0.6;
+    param.in = 0.4;
+    param.out = 0.4;
+    param.length = 8;
+    param.spacing = 40;
+    PathParser guide;
+    guide.CreateCurve();
+    Layer layer(160, 120);
+    layer.InkRect(10, 10, 150, 110);
+    const PointTarget target{80, 60, 80, 50, 80, 5};
+    auto threaded = MakeFilter(param, target, guide, layer);
+    threaded->ApplyEffect(false);
+    auto single = MakeFilter(param, target, guide, layer);
+    RenderSingleThreaded(*single);
+    const std::size_t size = static_cast<std::size_t>(160) * 120;
+    EXPECT_EQ(std::vector<uint8_t>(threaded->GetCoverage(), threaded->GetCoverage() + size),
+              std::vector<uint8_t>(single->GetCoverage(), single->GetCoverage() + size));
+    const MoveEffectFilter::DirtyRect a = threaded->GetDirtyRect();
+    const MoveEffectFilter::DirtyRect b = single->GetDirtyRect();
+    EXPECT_EQ(a.left, b.left);
+    EXPECT_EQ(a.top, b.top);
+    EXPECT_EQ(a.right, b.right);
+    EXPECT_EQ(a.bottom, b.bottom);
+}
+
+int StopAtOnce(int, int, void* calls) {
+    ++*static_cast<int*>(calls);
+    return 0;
+}
+
+TEST(layout_test, a_progress_answer_to_stop_cancels_the_render_and_leaves_the_filter_cancelled) {
+    MoveEffectParam param = QuietParam(1);
+    param.size = 12;
+    param.hardness = 0.5;
+    param.spacing = 3;
+    PathParser guide = StraightGuide();
+    Layer layer(600, 600, true);
+    // 200 lines across the canvas, stacked to the right.
+    auto filter = MakeFilter(param, PointTarget{0, 599, 0, 0, 599, 599}, guide, layer);
+    int calls = 0;
+    filter->SetProgressCallback(&StopAtOnce, &calls);
+    filter->ApplyEffect(false);
+    EXPECT_TRUE(filter->IsCancelled());
+    EXPECT_EQ(calls, 1);  // asked once; the filter answers the pool's later reports itself
+    // Only the lines that were under way drew anything: the right half of the canvas stayed empty.
+    for (int32_t x = 300; x < 600; x += 7)
+        EXPECT_EQ(CoverageAt(*filter, x, 300), 0) << "x " << x;
+}
+
+}  // namespace

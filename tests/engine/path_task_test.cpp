@@ -1,0 +1,294 @@
+// Stroke tasks: where strokes appear along a path over the layer, how they taper and merge. Every
+// fluctuation is off, so the output is deterministic and checked pixel by pixel.
+#include "engine/PathTask.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <numbers>
+#include <vector>
+
+#include "StrokeTestSupport.h"
+#include "engine/MoveEffectFilter.h"
+
+namespace {
+
+using stroke_test::CoverageAt;
+using stroke_test::Layer;
+using stroke_test::MakeFilter;
+using stroke_test::QuietParam;
+using stroke_test::RenderSingleThreaded;
+using stroke_test::StraightGuide;
+
+constexpr PointTarget kNoTarget{0, 0, 0, 0, 0, 0};
+
+// A task whose path runs along the pixel-centre row y from x = 0 to x = length.
+std::shared_ptr<PathTask> HorizontalTask(MoveEffectFilter& filter, double y, double length) {
+    auto task = std::make_shared<PathTask>(&filter, nullptr);
+    task->AppendPathSegment(PathSegment{PathSegment::kMoveTo, {{0, y + 0.5}}});
+    task->AppendPathSegment(PathSegment{PathSegment::kLineTo, {{length, y + 0.5}}});
+    return task;
+}
+
+int CountCovered(const MoveEffectFilter& filter) {
+    int covered = 0;
+    for (int32_t y = 0; y < filter.GetHeight(); ++y) {
+        for (int32_t x = 0; x < filter.GetWidth(); ++x)
+            covered += CoverageAt(filter, x, y) > 0 ? 1 : 0;
+    }
+    return covered;
+}
+
+// Rows (at column x) with full coverage: the stroke's thickness there.
+int Thickness(const MoveEffectFilter& filter, int32_t x) {
+    int rows = 0;
+    for (int32_t y = 0; y < filter.GetHeight(); ++y)
+        rows += CoverageAt(filter, x, y) == 255 ? 1 : 0;
+    return rows;
+}
+
+TEST(path_task_test, a_layer_without_ink_gives_no_strokes_in_any_arrangement) {
+    const PointTarget targets[3] = {
+        {40, 40, 40, 30, 40, 5}, {10, 70, 10, 10, 70, 70}, {20, 40, 60, 40, 40, 20}};
+    for (int32_t type = 0; type < 3; ++type) {
+        PathParser guide = StraightGuide();
+        Layer layer(80, 80);
+        auto filter = MakeFilter(QuietParam(type), targets[type], guide, layer);
+        EXPECT_GT(RenderSingleThreaded(*filter), 0) << "type " << type;
+        EXPECT_EQ(CountCovered(*filter), 0) << "type " << type;
+        const MoveEffectFilter::DirtyRect dirty = filter->GetDirtyRect();
+        EXPECT_GE(dirty.left, dirty.right) << "type " << type;
+    }
+}
+
+TEST(path_task_test, a_fully_inked_ellipse_gives_one_closed_untapered_stroke) {
+    MoveEffectParam param = QuietParam(2);
+    param.spacing = 0;  // the target ring alone
+    param.size = 3;
+    param.in = 0.5;  // a tapered stroke would thin out towards its ends
+    param.out = 0.5;
+    PathParser guide = StraightGuide();
+    Layer layer(80, 80, true);
+    // A circle of radius 20 round (40, 40), starting straight above the centre.
+    auto filter = MakeFilter(param, PointTarget{20, 40, 60, 40, 40, 20}, guide, layer);
+    EXPECT_EQ(RenderSingleThreaded(*filter), 1);
+    for (int i = 0; i < 360; ++i) {
+        const double a = i * std::numbers::pi / 180;
+        const int32_t x = static_cast<int32_t>(std::floor(40 + 20 * std::cos(a)));
+        const int32_t y = static_cast<int32_t>(std::floor(40 + 20 * std::sin(a)));
+        ASSERT_EQ(CoverageAt(*filter, x, y), 255) << "at " << i << " degrees";
+    }
+    EXPECT_EQ(CoverageAt(*filter, 40, 40), 0);
+    EXPECT_EQ(CoverageAt(*filter, 40, 14), 0);
+}
+
+TEST(path_task_test, strokes_cover_the_inked_run_extended_by_half_the_length_at_each_end) {
+    MoveEffectParam param = QuietParam(1);
+    param.length = 10;
+    PathParser guide = StraightGuide();
+    Layer layer(100, 40);
+    layer.InkRect(40, 15, 60, 25);
+    auto filter = MakeFilter(param, kNoTarget, guide, layer);
+    HorizontalTask(*filter, 20, 100)->Run();
+    // The run is [40, 60); the stroke [35, 65], its discs up to a step beyond.
+    EXPECT_EQ(CoverageAt(*filter, 33, 20), 0);
+    EXPECT_EQ(CoverageAt(*filter, 37, 20), 255);
+    EXPECT_EQ(CoverageAt(*filter, 50, 20), 255);
+    EXPECT_EQ(CoverageAt(*filter, 64, 20), 255);
+    EXPECT_EQ(CoverageAt(*filter, 68, 20), 0);
+    EXPECT_EQ(CoverageAt(*filter, 50, 10), 0);
+}
+
+TEST(path_task_test, the_same_settings_render_the_same_bytes) {
+    MoveEffectParam param = QuietParam(1);
+    param.size = 7;
+    param.hardness = 0.4;
+    param.in = 0.3;
+    param.out = 0.6;
+    param.length = 12;
+    param.spacing = 6;
+    PathParser guide;
+    guide.CreateCurve();
+    Layer layer(90, 90);
+    layer.InkRect(10, 10, 80, 50);
+    auto first = MakeFilter(param, PointTarget{5, 80, 85, 20, 5, 5}, guide, layer);
+    RenderSingleThreaded(*first);
+    auto second = MakeFilter(param, PointTarget{5, 80, 85, 20, 5, 5}, guide, layer);
+    second->ApplyEffect(false);
+    const std::size_t size = static_cast<std::size_t>(90) * 90;
+    EXPECT_EQ(std::vector<uint8_t>(first->GetCoverage(), first->GetCoverage() + size),
+              std::vector<uint8_t>(second->GetCoverage(), second->GetCoverage() + size));
+    EXPECT_GT(CountCovered(*first), 500);
+}
+
+TEST(path_task_test, fractional_taper_is_linear_over_its_share_of_half_the_stroke) {
+    MoveEffectParam param = QuietParam(1);
+    param.in = 0.5;
+    param.out = 0.5;
+    PathParser guide = StraightGuide();
+    Layer layer(4, 4);
+    auto filter = MakeFilter(param, kNoTarget, guide, layer);
+    PathTask task(filter.get(), nullptr);
+    // 100 px: the taper-in covers 0.5 of the first half (25 px), the taper-out the last 25 px.
+    EXPECT_DOUBLE_EQ(task.GetPressure(0, 100, true, true, 0), 0);
+    EXPECT_DOUBLE_EQ(task.GetPressure(10, 100, true, true, 0), 0.4);
+    EXPECT_DOUBLE_EQ(task.GetPressure(25, 100, true, true, 0), 1);
+    EXPECT_DOUBLE_EQ(task.GetPressure(50, 100, true, true, 0), 1);
+    EXPECT_DOUBLE_EQ(task.GetPressure(90, 100, true, true, 0), 0.4);
+    EXPECT_DOUBLE_EQ(task.GetPressure(100, 100, true, true, 0), 0);
+    // Untapered ends are at full pressure right away.
+    EXPECT_DOUBLE_EQ(task.GetPressure(10, 100, false, false, 0), 1);
+    EXPECT_DOUBLE_EQ(task.GetPressure(90, 100, false, false, 0), 1);
+}
+
+TEST(path_task_test, eased_taper_rises_quadratically_fast_and_reaches_full_pressure_at_the_same_place) {
+    MoveEffectParam param = QuietParam(1);
+    param.in = 0.5;
+    param.out = 0.5;
+    param.easing = true;
+    PathParser guide = StraightGuide();
+    Layer layer(4, 4);
+    auto filter = MakeFilter(param, kNoTarget, guide, layer);
+    PathTask task(filter.get(), nullptr);
+    EXPECT_DOUBLE_EQ(task.GetPressure(10, 100, true, true, 0), 0.4 * 1.6);
+    EXPECT_DOUBLE_EQ(task.GetPressure(25, 100, true, true, 0), 1);
+    EXPECT_DOUBLE_EQ(task.GetPressure(90, 100, true, true, 0), 0.4 * 1.6);
+}
+
+TEST(path_task_test, absolute_taper_counts_pixels_and_taper_in_stops_at_the_middle) {
+    MoveEffectParam param = QuietParam(1);
+    param.asdist = true;
+    param.in = 10;
+    param.out = 20;
+    PathParser guide = StraightGuide();
+    Layer layer(4, 4);
+    auto filter = MakeFilter(param, kNoTarget, guide, layer);
+    PathTask task(filter.get(), nullptr);
+    EXPECT_DOUBLE_EQ(task.GetPressure(5, 100, true, true, 0), 0.5);
+    EXPECT_DOUBLE_EQ(task.GetPressure(10, 100, true, true, 0), 1);
+    EXPECT_DOUBLE_EQ(task.GetPressure(50, 100, true, true, 0), 1);
+    EXPECT_DOUBLE_EQ(task.GetPressure(90, 100, true, true, 0), 0.5);
+    // A 16 px stroke with a 10 px taper-in: the taper-in ends at the middle.
+    EXPECT_DOUBLE_EQ(task.GetPressure(8, 16, true, false, 0), 0.8);
+    EXPECT_DOUBLE_EQ(task.GetPressure(9, 16, true, false, 0), 1);
+}
+
+TEST(path_task_test, no_taper_means_full_pressure_but_at_the_very_first_pixel) {
+    PathParser guide = StraightGuide();
+    Layer layer(4, 4);
+    auto filter = MakeFilter(QuietParam(1), kNoTarget, guide, layer);
+    PathTask task(filter.get(), nullptr);
+    EXPECT_DOUBLE_EQ(task.GetPressure(0, 30, true, true, 0), 0);
+    EXPECT_DOUBLE_EQ(task.GetPressure(1, 30, true, true, 0), 1);
+    EXPECT_DOUBLE_EQ(task.GetPressure(30, 30, true, true, 0), 1);
+    EXPECT_DOUBLE_EQ(task.GetPressure(0, 0, true, true, 0), 1);  // a stroke of no length is a dot
+    EXPECT_DOUBLE_EQ(task.GetPressure(12, 30, true, true, 0.3), 0.7);
+}
+
+TEST(path_task_test, rendered_taper_thickens_over_its_length_then_stays_full) {
+    MoveEffectParam param = QuietParam(1);
+    param.size = 9;
+    param.asdist = true;
+    param.in = 20;
+    param.out = 20;
+    PathParser guide = StraightGuide();
+    Layer layer(120, 30);
+    layer.InkRect(10, 15, 110, 16);
+    auto filter = MakeFilter(param, kNoTarget, guide, layer);
+    HorizontalTask(*filter, 15, 120)->Run();
+    // The stroke runs over [10, 110]; thickness follows the pressure: rising over 20 px, then full.
+    int previous = 0;
+    for (int32_t x = 12; x <= 30; ++x) {
+        EXPECT_GE(Thickness(*filter, x), previous) << "x " << x;
+        previous = Thickness(*filter, x);
+    }
+    EXPECT_EQ(Thickness(*filter, 31), 9);
+    EXPECT_EQ(Thickness(*filter, 60), 9);
+    EXPECT_LT(Thickness(*filter, 14), 4);
+    // ... and thins again over the last 20 px (each disc lands a step past its point, so the whole
+    // profile sits a pixel or two after the path distance it was worked out for).
+    previous = 9;
+    for (int32_t x = 88; x <= 114; ++x) {
+        EXPECT_LE(Thickness(*filter, x), previous) << "x " << x;
+        previous = Thickness(*filter, x);
+    }
+    EXPECT_EQ(Thickness(*filter, 89), 9);
+    EXPECT_EQ(Thickness(*filter, 114), 0);
+}
+
+// Two inked runs [10, 20) and [28, 38) on one row; with length 12 their strokes [4, 26] and [22, 44]
+// overlap. Returns the stroke's thickness at x = 24, between the runs.
+int ThicknessBetweenRuns(bool connect) {
+    MoveEffectParam param = QuietParam(1);
+    param.size = 8;
+    param.asdist = true;
+    param.in = 10;
+    param.out = 10;
+    param.length = 12;
+    param.connect = connect;
+    PathParser guide = StraightGuide();
+    Layer layer(60, 40);
+    layer.InkRect(10, 20, 20, 21);
+    layer.InkRect(28, 20, 38, 21);
+    auto filter = MakeFilter(param, kNoTarget, guide, layer);
+    HorizontalTask(*filter, 20, 60)->Run();
+    return Thickness(*filter, 24);
+}
+
+TEST(path_task_test, connect_merges_overlapping_strokes_into_one_untapered_across_the_gap) {
+    EXPECT_EQ(ThicknessBetweenRuns(true), 7);  // an 8 px disc covers 7 rows fully
+    // Apart, the first stroke tapers out and the second tapers in across the gap.
+    EXPECT_LT(ThicknessBetweenRuns(false), 5);
+}
+
+TEST(path_task_test, a_cancelled_task_draws_nothing) {
+    PathParser guide = StraightGuide();
+    Layer layer(40, 40, true);
+    auto filter = MakeFilter(QuietParam(1), kNoTarget, guide, layer);
+    auto task = HorizontalTask(*filter, 20, 40);
+    task->Cancel();
+    task->Run();
+    EXPECT_EQ(CountCovered(*filter), 0);
+}
+
+TEST(path_task_test, paths_without_length_or_with_non_finite_points_draw_nothing) {
+    PathParser guide = StraightGuide();
+    Layer layer(40, 40, true);
+    for (int32_t type : {1, 2}) {
+        auto filter = MakeFilter(QuietParam(type), kNoTarget, guide, layer);
+        auto dot = std::make_shared<PathTask>(filter.get(), nullptr);
+        dot->AppendPathSegment(PathSegment{PathSegment::kMoveTo, {{20, 20}}});
+        dot->AppendPathSegment(PathSegment{PathSegment::kLineTo, {{20, 20}}});
+        dot->Run();
+        auto wild = std::make_shared<PathTask>(filter.get(), nullptr);
+        wild->AppendPathSegment(PathSegment{PathSegment::kMoveTo, {{20, 20}}});
+        wild->AppendPathSegment(PathSegment{PathSegment::kLineTo, {{NAN, 20}}});
+        wild->Run();
+        auto empty = std::make_shared<PathTask>(filter.get(), nullptr);
+        empty->Run();
+        // A lone point of an open path is at most one dot; a ring of no length is nothing.
+        EXPECT_LE(CountCovered(*filter), type == 1 ? 16 : 0) << "type " << type;
+    }
+}
+
+TEST(path_task_test, a_ring_whose_ink_crosses_the_seam_is_drawn_as_one_stroke_across_it) {
+    MoveEffectParam param = QuietParam(2);
+    param.spacing = 0;
+    param.size = 4;
+    param.asdist = true;
+    param.in = 6;
+    param.out = 6;
+    PathParser guide = StraightGuide();
+    Layer layer(80, 80);
+    // Ink the top half of the canvas: the ring starts at its top, so its inked arc spans the seam.
+    layer.InkRect(0, 0, 80, 40);
+    auto filter = MakeFilter(param, PointTarget{20, 40, 60, 40, 40, 20}, guide, layer);
+    RenderSingleThreaded(*filter);
+    // Full pressure right at the seam (top of the ring); a stroke cut there would taper to nothing.
+    EXPECT_EQ(CoverageAt(*filter, 40, 20), 255);
+    EXPECT_EQ(CoverageAt(*filter, 39, 20), 255);
+    EXPECT_EQ(CoverageAt(*filter, 40, 60), 0);  // the bottom of the ring has no ink
+}
+
+}  // namespace
