@@ -36,19 +36,19 @@ std::string FindGuideByName(const std::string& folder, const std::string& name) 
 // (no folder, no ".svg") is looked up in the preset's folder (or the current one) and then in the
 // plug-in's guide folder.
 std::string FindGuideFile(const RenderOptions& options, std::string& places) {
-    const std::string& spec = options.guide;
+    const std::string& given = options.guide;
     std::error_code ec;
     if (options.guideFolder.empty()) {
-        places = spec;
-        if (fs::is_regular_file(spec, ec)) return spec;
+        places = given;
+        if (fs::is_regular_file(given, ec)) return given;
     }
-    const bool bare = spec.find('/') == std::string::npos && fs::path(spec).extension() != ".svg";
+    const bool bare = given.find('/') == std::string::npos && fs::path(given).extension() != ".svg";
     if (!bare) return {};
     const std::string folder = options.guideFolder.empty() ? "." : options.guideFolder;
     const std::string pluginFolder = Utf16ToUtf8(GetPluginDir(false));
-    places = folder + "/" + spec + ".svg and in " + pluginFolder;
+    places = folder + "/" + given + ".svg and in " + pluginFolder;
     for (const std::string& where : {folder, pluginFolder}) {
-        const std::string found = FindGuideByName(where, spec);
+        const std::string found = FindGuideByName(where, given);
         if (!found.empty()) return found;
     }
     return {};
