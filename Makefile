@@ -56,8 +56,42 @@ format-check: deps
 bench: build
 	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b --benchmark_min_time=0.5; done
 
+RENDER  = $(BUILD)/tools/render/brivane-render
+HOST    = $(BUILD)/tools/host/brivane-host
+DEMO_OUT ?= out
+
+# The bundled sample layers rendered in all three arrangements, each as the bare effect layer flattened
+# onto white (as on a page) plus a few variants.
 demo: build
-	@$(MAKE) --no-print-directory -f demo.mk BUILD=$(BUILD)
+	@mkdir -p $(DEMO_OUT)
+	$(RENDER) samples/focus.png --preset samples/focus.ini --background white -o $(DEMO_OUT)/radiate.png
+	$(RENDER) samples/speed.png --preset samples/speed.ini --background white -o $(DEMO_OUT)/parallel.png
+	$(RENDER) samples/rings.png --preset samples/rings.ini --background white -o $(DEMO_OUT)/circle.png
+	$(RENDER) samples/focus.png --preset samples/focus.ini --color white --over --background white \
+	          -o $(DEMO_OUT)/radiate-over.png
+	$(RENDER) samples/speed.png --preset samples/wavy.ini --background white -o $(DEMO_OUT)/parallel-wave.png
+	$(RENDER) samples/focus.png --preset samples/focus.ini -o $(DEMO_OUT)/radiate-layer.png \
+	          --save-preset $(DEMO_OUT)/radiate.ini
+	@echo
+	@echo "Demo pictures in $(DEMO_OUT)/:"
+	@for f in radiate circle parallel radiate-over parallel-wave radiate-layer; do \
+	  echo "  $(DEMO_OUT)/$$f.png"; done
+	@echo "  ($(DEMO_OUT)/radiate-layer.png is the bare RGBA layer; $(DEMO_OUT)/radiate.ini its settings)"
+	@echo
+	@echo "The same samples through the simulated host loading the plug-in module, each with a data folder"
+	@echo "of its own that holds its preset (chosen in the panel) and the sample guide:"
+	@for run in radiate,focus,focus parallel,speed,speed circle,rings,rings parallel-wave,speed,wavy; do \
+	  set -- $$(echo $$run | tr , ' '); \
+	  home=$$(cd $(DEMO_OUT) && pwd)/host-data/$$1; rm -rf "$$home"; \
+	  mkdir -p "$$home/quorvel/brivane/preset" "$$home/quorvel/brivane/guide"; \
+	  cp samples/$$3.ini "$$home/quorvel/brivane/preset/"; cp samples/*.svg "$$home/quorvel/brivane/guide/"; \
+	  XDG_DATA_HOME="$$home" $(HOST) -i samples/$$2.png --set 140=1 -o $(DEMO_OUT)/host-$$1.png -q || exit 1; \
+	  echo "  $(DEMO_OUT)/host-$$1.png  (samples/$$2.png, preset $$3; the layer as the plug-in wrote it)"; \
+	done
+
+# Redraws the sample layers in samples/ from tools/render/SampleLayers.cpp.
+samples: build
+	$(BUILD)/tools/render/brivane-make-samples samples
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) out

@@ -1,5 +1,5 @@
-// STAND-IN: the module's manager until the effect controller exists. The controller defines its own
-// CreatePluginManager and this file leaves the module then (see host/CMakeLists.txt).
+// STAND-IN: a manager for testing the host layer, built into the module brivane_standin_plugin (the
+// real module gets its manager from the effect controller; see host/CMakeLists.txt).
 //
 // It registers the filter under the real identifier and names, and "draws" by filling the selection
 // (or the whole layer) with the main colour, so the host bridge can be driven end to end: buffers in

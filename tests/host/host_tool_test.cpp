@@ -69,11 +69,13 @@ protected:
 std::filesystem::path host_tool_test::dir;
 
 const std::string kBad = std::string(BRIVANE_TEST_DATA_DIR) + "/host/bad/";
+// The stand-in manager draws exactly predictable pixels: the main colour over the selection.
+const std::string kStandIn = std::string(" --module '") + BRIVANE_PLUGIN_MODULE + "'";
 
 TEST_F(host_tool_test, fills_the_selection_of_a_layer_and_writes_it_out) {
     const std::string out = Path("out.png");
     const Outcome run = RunHost("-i " + Path("layer.png") + " -s " + Path("selection.png") + " -o " + out +
-                                " --color 0a141e --runs 2 --restart 1 -q");
+                                " --color 0a141e --runs 2 --restart 1 -q" + kStandIn);
     ASSERT_EQ(run.status, 0) << run.output;
     PngImage image;
     std::string error;
@@ -87,7 +89,7 @@ TEST_F(host_tool_test, fills_the_selection_of_a_layer_and_writes_it_out) {
 
 TEST_F(host_tool_test, a_cancelled_run_writes_the_layer_unchanged) {
     const std::string out = Path("cancelled.png");
-    const Outcome run = RunHost("-i " + Path("layer.png") + " -o " + out + " --cancel-at 1");
+    const Outcome run = RunHost("-i " + Path("layer.png") + " -o " + out + " --cancel-at 1" + kStandIn);
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_NE(run.output.find("run 1 cancelled"), std::string::npos) << run.output;
     PngImage image;

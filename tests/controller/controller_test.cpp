@@ -1,0 +1,752 @@
+// The effect controller end to end: the built plug-in module loaded into the simulated host, with a
+// data home of its own for every test. A few checks of values the host cannot see (the engine
+// parameters, the progress steps) drive a ZephrineManager directly through the same simulated host.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "controller/ZephrineManager.h"
+#include "tools/host/SimHost.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using brivane::tools::MakeImage;
+using brivane::tools::PluginModule;
+using brivane::tools::SimHost;
+using brivane::tools::SimImage;
+using brivane::tools::SimItem;
+
+constexpr int64_t kCanvasWidth = 200;
+constexpr int64_t kCanvasHeight = 160;
+
+// Opaque black ink in the pixel layout of the image's channel order.
+void InkPixel(SimImage& image, int64_t x, int64_t y) {
+    uint8_t* pixel = image.At(x, y);
+    switch (image.channelOrder) {
+        case kHostChannelOrderRgbAlpha:
+            pixel[image.channelIndex[0]] = 0;
+            pixel[image.channelIndex[1]] = 0;
+            pixel[image.channelIndex[2]] = 0;
+            pixel[image.depth - 1] = 255;
+            break;
+        case kHostChannelOrderRgba:
+            pixel[image.channelIndex[0]] = 0;
+            pixel[image.channelIndex[1]] = 0;
+            pixel[image.channelIndex[2]] = 0;
+            pixel[image.channelIndex[3]] = 255;
+            break;
+        case kHostChannelOrderGrayAlpha:
+        case kHostChannelOrderMask:
+            pixel[0] = 0;
+            pixel[1] = 255;
+            break;
+        default:
+            pixel[0] = 255;
+            break;
+    }
+}
+
+// A canvas-sized layer inked everywhere but a margin, so lines from anywhere on the canvas find ink.
+SimImage MakeInkedLayer(int64_t order, const int64_t (&indices)[4] = {0, 1, 2, 3}) {
+    SimImage layer = MakeImage(kCanvasWidth, kCanvasHeight, order, indices);
+    for (int64_t y = 10; y < kCanvasHeight - 10; ++y) {
+        for (int64_t x = 10; x < kCanvasWidth - 10; ++x)
+            InkPixel(layer, x, y);
+    }
+    return layer;
+}
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void WriteFile(const fs::path& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary);
+    out << text;
+}
+
+std::vector<std::u16string> RowTexts(const SimItem& item) {
+    std::vector<std::u16string> texts;
+    for (const auto& row : item.rows)
+        texts.push_back(row.text);
+    return texts;
+}
+
+// Number of pixels the last run gave some coverage (alpha) in a 4-byte RGB-with-alpha destination.
+int CountCoveredPixels(const SimImage& image) {
+    int count = 0;
+    for (int64_t y = 0; y < image.height; ++y) {
+        for (int64_t x = 0; x < image.width; ++x)
+            count += image.At(x, y)[image.depth - 1] != 0;
+    }
+    return count;
+}
+
+// Each test gets an empty data home of its own, removed afterwards; the plug-in looks the folder up
+// on every use, so nothing carries over from one test to the next.
+class DataHome {
+public:
+    DataHome() {
+        std::string pattern = (fs::temp_directory_path() / "brivane-controller-XXXXXX").string();
+        if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a temporary data home");
+        m_path = pattern;
+        setenv("XDG_DATA_HOME", m_path.c_str(), 1);
+    }
+    ~DataHome() {
+        unsetenv("XDG_DATA_HOME");
+        std::error_code ignored;
+        fs::remove_all(m_path, ignored);
+    }
+    DataHome(const DataHome&) = delete;
+    DataHome& operator=(const DataHome&) = delete;
+
+    fs::path PresetFolder() const { return m_path / "quorvel" / "brivane" / "preset"; }
+    fs::path GuideFolder() const { return m_path / "quorvel" / "brivane" / "guide"; }
+    // Creates both data folders before the filter opens.
+    void CreateFolders() const {
+        fs::create_directories(PresetFolder());
+        fs::create_directories(GuideFolder());
+    }
+
+private:
+    fs::path m_path;
+};
+
+class controller_test : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string error;
+        ASSERT_TRUE(host.Resources().Load(BRIVANE_RESOURCES_FILE, error)) << error;
+        host.SetLayer(MakeInkedLayer(kHostChannelOrderRgbAlpha));
+        ASSERT_TRUE(module.Load(BRIVANE_PLUGIN_FILE, error)) << error;
+        brivane::tools::TakeProtocolErrors();
+    }
+
+    void TearDown() override {
+        if (module.Slot()) {
+            module.Call(kHostSelectorFilterTerminate, host.GetServer());
+            module.Call(kHostSelectorModuleTerminate, host.GetServer());
+        }
+        module.Unload();
+        EXPECT_EQ(brivane::tools::TakeProtocolErrors(), std::vector<std::string>());
+    }
+
+    void OpenFilter() {
+        ASSERT_EQ(module.Call(kHostSelectorModuleInitialize, host.GetServer()), kHostCallSucceeded);
+        ASSERT_EQ(module.Call(kHostSelectorFilterInitialize, host.GetServer()), kHostCallSucceeded);
+    }
+
+    // Changes an item as the user would; returns the plug-in's answer (modified or unchanged).
+    int64_t Change(int64_t key, const std::string& text) {
+        std::string error;
+        int64_t result = 0;
+        EXPECT_TRUE(host.SetItemValue(key, text, error, &result)) << key << ": " << error;
+        return result;
+    }
+
+    SimItem& Item(int64_t key) {
+        SimItem* item = host.FindItem(key);
+        if (!item) throw std::runtime_error("no item " + std::to_string(key));
+        return *item;
+    }
+
+    HostPoint PointAt(double fx, double fy) const {
+        return HostPoint{static_cast<int64_t>(kCanvasWidth * fx), static_cast<int64_t>(kCanvasHeight * fy)};
+    }
+
+    void ExpectPoint(int64_t key, HostPoint expected) {
+        EXPECT_EQ(Item(key).pointValue.x, expected.x) << "item " << key;
+        EXPECT_EQ(Item(key).pointValue.y, expected.y) << "item " << key;
+    }
+
+    // Puts the three points where the default (radiate) arrangement wants them.
+    void PlacePoints() { EXPECT_EQ(Change(150, "0"), kHostPropertyModified); }
+
+    std::vector<uint8_t> RunAndTakeDestination() {
+        host.RunFilter(module);
+        return host.Destination()->pixels;
+    }
+
+    DataHome home;
+    SimHost host;
+    PluginModule module;
+};
+
+// ---- The panel ----
+
+TEST_F(controller_test, registers_the_filter_under_its_identifier_and_names) {
+    OpenFilter();
+    EXPECT_EQ(host.Log().moduleId, "3A7C51E2-94B0-4F6D-8E21-C5D90B7A4F13");
+    EXPECT_EQ(host.Log().moduleKind, kHostModuleKindFilter);
+    EXPECT_EQ(host.Log().categoryName, u"Effect lines");
+    EXPECT_EQ(host.Log().categoryKey, 't');
+    EXPECT_EQ(host.Log().filterKey, 's');
+    EXPECT_EQ(host.Log().targetKinds,
+              (std::vector<int64_t>{kHostTargetKindRgbAlpha, kHostTargetKindGrayAlpha, kHostTargetKindMask}));
+    EXPECT_EQ(host.Log().canPreview, true);
+    EXPECT_EQ(host.Log().useEmptyArea, true);
+    EXPECT_TRUE(host.Log().missingResourceIds.empty()) << "every caption has a text";
+}
+
+TEST_F(controller_test, builds_the_24_items_in_order_with_kinds_access_keys_ranges_and_defaults) {
+    struct Expected {
+        int64_t key;
+        int64_t kind;
+        char accessKey;
+        double min, max, value;  // sliders; check boxes use value only
+    };
+    const Expected expected[] = {
+        {140, kHostValueKindEnumeration, 'r', 0, 0, 0},  {141, kHostValueKindBoolean, 'v', 0, 0, 0},
+        {150, kHostValueKindEnumeration, 't', 0, 0, 0},  {170, kHostValueKindPoint, 'd', 0, 0, 0},
+        {171, kHostValueKindPoint, 'd', 0, 0, 0},        {172, kHostValueKindPoint, 'd', 0, 0, 0},
+        {161, kHostValueKindEnumeration, 'r', 0, 0, 0},  {162, kHostValueKindDecimal, 'r', -10, 10, 1},
+        {202, kHostValueKindDecimal, 's', 1, 50, 2},     {203, kHostValueKindDecimal, 'h', 0, 1, 1},
+        {204, kHostValueKindDecimal, 'f', 0, 1, 0},      {205, kHostValueKindInteger, 'i', 0, 1000, 500},
+        {206, kHostValueKindInteger, 'o', 0, 1000, 500}, {207, kHostValueKindBoolean, 'd', 0, 0, 0},
+        {208, kHostValueKindBoolean, 'e', 0, 0, 0},      {220, kHostValueKindInteger, 'p', -1000, 1000, 0},
+        {221, kHostValueKindDecimal, 'u', 0, 1, 0},      {222, kHostValueKindInteger, 'l', 0, 1000, 10},
+        {223, kHostValueKindDecimal, 'l', 0, 1, 0},      {224, kHostValueKindInteger, 'a', 1, 1000, 50},
+        {225, kHostValueKindDecimal, 'a', 0, 1, 0},      {226, kHostValueKindDecimal, 'g', -100, 100, 0},
+        {227, kHostValueKindDecimal, 'g', -100, 100, 0}, {228, kHostValueKindBoolean, 'c', 0, 0, 1},
+    };
+    OpenFilter();
+    const std::vector<SimItem>& items = host.Items();
+    ASSERT_EQ(items.size(), std::size(expected));
+    for (size_t i = 0; i < items.size(); ++i) {
+        const SimItem& item = items[i];
+        const Expected& want = expected[i];
+        SCOPED_TRACE(want.key);
+        EXPECT_EQ(item.key, want.key);
+        EXPECT_EQ(item.valueKind, want.kind);
+        EXPECT_EQ(item.accessKey, want.accessKey);
+        ASSERT_TRUE(item.caption.has_value());
+        EXPECT_FALSE(item.caption->empty());
+        switch (want.kind) {
+            case kHostValueKindDecimal:
+                EXPECT_EQ(item.decMin, want.min);
+                EXPECT_EQ(item.decMax, want.max);
+                EXPECT_EQ(item.decDefault, want.value);
+                EXPECT_EQ(item.decValue, want.value);
+                break;
+            case kHostValueKindInteger:
+                EXPECT_EQ(item.intMin, want.min);
+                EXPECT_EQ(item.intMax, want.max);
+                EXPECT_EQ(item.intDefault, want.value);
+                EXPECT_EQ(item.intValue, want.value);
+                break;
+            case kHostValueKindBoolean:
+                EXPECT_EQ(item.boolDefault, want.value != 0);
+                EXPECT_EQ(item.boolValue, want.value != 0);
+                break;
+            case kHostValueKindEnumeration:
+                EXPECT_EQ(item.enumDefault, 0);
+                break;
+            case kHostValueKindPoint:
+                EXPECT_EQ(item.inputKind, kHostItemInputCanvas);
+                EXPECT_EQ(item.pointDefaultKind, kHostPointDefaultCentre);
+                EXPECT_EQ(item.pointLimitKind, kHostPointLimitCanvas);
+                break;
+        }
+    }
+    EXPECT_EQ(RowTexts(Item(150)), (std::vector<std::u16string>{u"Radiate from a centre", u"Parallel",
+                                                                u"Rings around an ellipse"}));
+}
+
+TEST_F(controller_test, empty_data_folders_give_the_defaults_row_and_the_two_built_in_guides) {
+    OpenFilter();
+    EXPECT_EQ(RowTexts(Item(140)), std::vector<std::u16string>{u"(Default settings)"});
+    EXPECT_EQ(RowTexts(Item(161)), (std::vector<std::u16string>{u"Straight", u"Arch"}));
+    EXPECT_TRUE(fs::is_directory(home.PresetFolder()));
+    EXPECT_TRUE(fs::is_directory(home.GuideFolder()));
+}
+
+TEST_F(controller_test, guide_and_preset_files_are_listed_by_name_after_the_fixed_rows) {
+    home.CreateFolders();
+    WriteFile(home.GuideFolder() / "wave.svg", "<svg><path d=\"M 0 0 L 100 20\"/></svg>");
+    WriteFile(home.GuideFolder() / "notes.txt", "not a guide");
+    WriteFile(home.PresetFolder() / "speed.ini", "[pen]\nsize=4\n");
+    WriteFile(home.PresetFolder() / "speed.ini.bak", "[pen]\nsize=4\n");
+    OpenFilter();
+    ASSERT_EQ(Item(161).rows.size(), 3u);
+    EXPECT_EQ(Item(161).rows[2].text, u"wave");
+    EXPECT_EQ(Item(161).rows[2].value, 2);
+    ASSERT_EQ(Item(140).rows.size(), 2u);
+    EXPECT_EQ(Item(140).rows[1].text, u"speed");
+    EXPECT_EQ(Item(140).rows[1].value, 1);
+}
+
+TEST_F(controller_test, opening_the_filter_again_lists_every_row_once_and_starts_from_the_defaults) {
+    home.CreateFolders();
+    WriteFile(home.GuideFolder() / "wave.svg", "<svg><path d=\"M 0 0 L 100 20\"/></svg>");
+    WriteFile(home.PresetFolder() / "speed.ini", "[pen]\nsize=4\n");
+    OpenFilter();
+    ASSERT_EQ(Change(202, "9"), kHostPropertyModified);
+    ASSERT_EQ(module.Call(kHostSelectorFilterTerminate, host.GetServer()), kHostCallSucceeded);
+    ASSERT_EQ(module.Call(kHostSelectorFilterInitialize, host.GetServer()), kHostCallSucceeded);
+    EXPECT_EQ(Item(140).rows.size(), 2u);
+    EXPECT_EQ(Item(161).rows.size(), 3u);
+    EXPECT_EQ(Item(202).decValue, 2.0);
+    // The preset row still loads the preset it shows.
+    EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
+    EXPECT_EQ(Item(202).decValue, 4.0);
+}
+
+// ---- Reactions to the panel ----
+
+TEST_F(controller_test, changing_the_arrangement_moves_the_points_to_its_default_positions) {
+    OpenFilter();
+    EXPECT_EQ(Change(150, "1"), kHostPropertyModified);
+    ExpectPoint(170, PointAt(0.25, 0.875));
+    ExpectPoint(171, PointAt(0.25, 0.125));
+    ExpectPoint(172, PointAt(0.75, 0.875));
+    EXPECT_EQ(Change(150, "2"), kHostPropertyModified);
+    ExpectPoint(170, PointAt(0.25, 0.5));
+    ExpectPoint(171, PointAt(0.75, 0.5));
+    ExpectPoint(172, PointAt(0.5, 0.25));
+}
+
+TEST_F(controller_test, a_changed_value_answers_modified_and_an_unchanged_one_does_not) {
+    OpenFilter();
+    EXPECT_EQ(Change(202, "6"), kHostPropertyModified);
+    EXPECT_EQ(Change(202, "6"), kHostPropertyUnchanged);
+    EXPECT_EQ(Change(224, "80"), kHostPropertyModified);
+    EXPECT_EQ(Change(228, "false"), kHostPropertyModified);
+    EXPECT_EQ(Change(161, "1"), kHostPropertyModified);
+    EXPECT_EQ(Change(170, "5,6"), kHostPropertyModified);
+    // The drawing does not depend on it.
+    EXPECT_EQ(Change(141, "true"), kHostPropertyUnchanged);
+}
+
+TEST_F(controller_test, the_next_run_uses_a_changed_pen_size) {
+    OpenFilter();
+    PlacePoints();
+    host.RunFilter(module);
+    const int thin = CountCoveredPixels(*host.Destination());
+    ASSERT_GT(thin, 0);
+    ASSERT_EQ(Change(202, "12"), kHostPropertyModified);
+    host.RunFilter(module);
+    EXPECT_GT(CountCoveredPixels(*host.Destination()), thin);
+}
+
+TEST_F(controller_test, a_run_before_any_point_is_set_uses_the_canvas_origin_for_all_three) {
+    // The points come from the controller's fields, which only notifications fill, so all three sit
+    // at (0, 0): radiate lines of no length draw nothing. Placing the points draws.
+    OpenFilter();
+    host.RunFilter(module);
+    EXPECT_EQ(CountCoveredPixels(*host.Destination()), 0);
+    PlacePoints();
+    host.RunFilter(module);
+    EXPECT_GT(CountCoveredPixels(*host.Destination()), 0);
+}
+
+// ---- Presets ----
+
+TEST_F(controller_test, a_preset_without_type_keeps_the_arrangement_and_applies_only_its_keys) {
+    home.CreateFolders();
+    WriteFile(home.PresetFolder() / "partial.ini", "[guide]\np1=0.1,0.2\n[pen]\nsize=7\nin=250\n");
+    OpenFilter();
+    ASSERT_EQ(Change(150, "1"), kHostPropertyModified);
+    ASSERT_EQ(Change(224, "90"), kHostPropertyModified);
+
+    EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
+    EXPECT_EQ(Item(150).enumValue, 1);
+    ExpectPoint(170, PointAt(0.1, 0.2));
+    ExpectPoint(171, PointAt(0.25, 0.125));
+    EXPECT_EQ(Item(202).decValue, 7.0);
+    EXPECT_EQ(Item(205).intValue, 250);
+    EXPECT_EQ(Item(206).intValue, 500);
+    EXPECT_EQ(Item(224).intValue, 90);
+}
+
+TEST_F(controller_test, a_preset_with_every_key_sets_every_item) {
+    home.CreateFolders();
+    WriteFile(home.GuideFolder() / "wave.svg", "<svg><path d=\"M 0 0 L 100 20\"/></svg>");
+    WriteFile(home.PresetFolder() / "full.ini",
+              "[guide]\ntype=circle\np1=0.1,0.2\np2=0.3,0.4\np3=0.5,0.6\nname=wave\ncurvature=-2.5\n"
+              "[pen]\nsize=3.5\nhardness=0.25\nfluction=0.5\nin=100\nout=200\nasdist=true\neasing=true\n"
+              "[line]\nposition=-40\nposfluct=0.1\nlength=30\nlenfluct=0.2\nspacing=70\nspcfluct=0.3\n"
+              "lengain=4\nspcgain=-5\nconnect=false\n");
+    OpenFilter();
+    EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
+    EXPECT_EQ(Item(150).enumValue, 2);
+    ExpectPoint(170, PointAt(0.1, 0.2));
+    ExpectPoint(171, PointAt(0.3, 0.4));
+    ExpectPoint(172, PointAt(0.5, 0.6));
+    EXPECT_EQ(Item(161).enumValue, 2);
+    EXPECT_EQ(Item(162).decValue, -2.5);
+    EXPECT_EQ(Item(202).decValue, 3.5);
+    EXPECT_EQ(Item(203).decValue, 0.25);
+    EXPECT_EQ(Item(204).decValue, 0.5);
+    EXPECT_EQ(Item(205).intValue, 100);
+    EXPECT_EQ(Item(206).intValue, 200);
+    EXPECT_TRUE(Item(207).boolValue);
+    EXPECT_TRUE(Item(208).boolValue);
+    EXPECT_EQ(Item(220).intValue, -40);
+    EXPECT_EQ(Item(221).decValue, 0.1);
+    EXPECT_EQ(Item(222).intValue, 30);
+    EXPECT_EQ(Item(223).decValue, 0.2);
+    EXPECT_EQ(Item(224).intValue, 70);
+    EXPECT_EQ(Item(225).decValue, 0.3);
+    EXPECT_EQ(Item(226).decValue, 4.0);
+    EXPECT_EQ(Item(227).decValue, -5.0);
+    EXPECT_FALSE(Item(228).boolValue);
+}
+
+TEST_F(controller_test, a_guide_name_in_a_preset_matches_regardless_of_letter_case) {
+    home.CreateFolders();
+    WriteFile(home.GuideFolder() / "Wave.svg", "<svg><path d=\"M 0 0 L 100 20\"/></svg>");
+    WriteFile(home.PresetFolder() / "a.ini", "[guide]\nname=wAVE\n");
+    WriteFile(home.PresetFolder() / "b.ini", "[guide]\nname=ripple\n");
+    OpenFilter();
+    const int64_t rowA = Item(140).rows[1].text == u"a" ? 1 : 2;
+    EXPECT_EQ(Change(140, std::to_string(rowA)), kHostPropertyModified);
+    EXPECT_EQ(Item(161).enumValue, 2);
+    // An unknown name leaves the guide as it was.
+    EXPECT_EQ(Change(140, std::to_string(3 - rowA)), kHostPropertyModified);
+    EXPECT_EQ(Item(161).enumValue, 2);
+}
+
+TEST_F(controller_test, an_unreadable_preset_changes_nothing) {
+    home.CreateFolders();
+    WriteFile(home.PresetFolder() / "empty.ini", "");
+    OpenFilter();
+    ASSERT_EQ(Change(202, "9"), kHostPropertyModified);
+    EXPECT_EQ(Change(140, "1"), kHostPropertyUnchanged);
+    EXPECT_EQ(Item(202).decValue, 9.0);
+}
+
+TEST_F(controller_test, the_defaults_row_resets_every_item_and_the_points) {
+    home.CreateFolders();
+    WriteFile(home.PresetFolder() / "wide.ini", "[guide]\ntype=parallel\n[pen]\nsize=20\n");
+    OpenFilter();
+    ASSERT_EQ(Change(140, "1"), kHostPropertyModified);
+    for (const auto& [key, text] : std::vector<std::pair<int64_t, std::string>>{{161, "1"},
+                                                                                {162, "3"},
+                                                                                {203, "0.5"},
+                                                                                {204, "0.5"},
+                                                                                {205, "10"},
+                                                                                {206, "20"},
+                                                                                {207, "true"},
+                                                                                {208, "true"},
+                                                                                {220, "5"},
+                                                                                {221, "0.5"},
+                                                                                {222, "50"},
+                                                                                {223, "0.5"},
+                                                                                {224, "5"},
+                                                                                {225, "0.5"},
+                                                                                {226, "1"},
+                                                                                {227, "1"},
+                                                                                {228, "false"},
+                                                                                {170, "1,1"}}) {
+        ASSERT_EQ(Change(key, text), kHostPropertyModified) << key;
+    }
+
+    EXPECT_EQ(Change(140, "0"), kHostPropertyModified);
+    for (const SimItem& item : host.Items()) {
+        SCOPED_TRACE(item.key);
+        if (item.key == 140) continue;  // the chosen row itself
+        EXPECT_EQ(item.enumValue, item.enumDefault);
+        EXPECT_EQ(item.intValue, item.intDefault);
+        EXPECT_EQ(item.decValue, item.decDefault);
+        EXPECT_EQ(item.boolValue, item.boolDefault);
+    }
+    ExpectPoint(170, PointAt(0.5, 0.5));
+    ExpectPoint(171, PointAt(0.5, 0.325));
+    ExpectPoint(172, PointAt(0.5, 0.125));
+}
+
+TEST_F(controller_test, save_on_exit_writes_a_dated_preset_that_is_listed_at_once) {
+    OpenFilter();
+    PlacePoints();
+    ASSERT_EQ(Change(202, "4.5"), kHostPropertyModified);
+    ASSERT_EQ(Change(161, "1"), kHostPropertyModified);
+    ASSERT_EQ(Change(141, "true"), kHostPropertyUnchanged);
+    host.RunFilter(module);
+
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(home.PresetFolder()))
+        files.push_back(entry.path());
+    ASSERT_EQ(files.size(), 1u);
+    const std::string name = files[0].stem().string();
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"(\d{8}-\d{6})"))) << name;
+    const std::string text = ReadFile(files[0]);
+    EXPECT_NE(text.find("type=radiate\np1=0.5,0.5\np2=0.5,0.325\np3=0.5,0.125\nname=:C\n"), std::string::npos)
+        << text;
+    EXPECT_NE(text.find("size=4.5\n"), std::string::npos) << text;
+
+    ASSERT_EQ(Item(140).rows.size(), 2u);
+    EXPECT_EQ(Item(140).rows[1].text, std::u16string(name.begin(), name.end()));
+    EXPECT_EQ(Item(140).rows[1].value, 1);
+    EXPECT_EQ(Item(140).enumValue, 0) << "the chosen row stays";
+
+    // The new row loads like any other.
+    ASSERT_EQ(Change(202, "8"), kHostPropertyModified);
+    EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
+    EXPECT_EQ(Item(202).decValue, 4.5);
+}
+
+TEST_F(controller_test, no_preset_is_written_without_save_on_exit) {
+    OpenFilter();
+    PlacePoints();
+    host.RunFilter(module);
+    EXPECT_TRUE(fs::is_empty(home.PresetFolder()));
+}
+
+// ---- Runs ----
+
+TEST_F(controller_test, a_run_draws_the_main_colour_into_an_rgb_layer) {
+    host.SetLayer(MakeInkedLayer(kHostChannelOrderRgbAlpha, {2, 1, 0, 3}));
+    host.mainColor = HostColor{200, 100, 50};
+    OpenFilter();
+    PlacePoints();
+    host.RunFilter(module);
+    const SimImage& dest = *host.Destination();
+    int drawn = 0;
+    for (int64_t y = 0; y < dest.height; ++y) {
+        for (int64_t x = 0; x < dest.width; ++x) {
+            const uint8_t* pixel = dest.At(x, y);
+            if (pixel[3] == 0) continue;
+            ++drawn;
+            ASSERT_EQ(pixel[2], 200);
+            ASSERT_EQ(pixel[1], 100);
+            ASSERT_EQ(pixel[0], 50);
+        }
+    }
+    EXPECT_GT(drawn, 0);
+    ASSERT_EQ(host.Log().updatedAreas.size(), 1u);
+    EXPECT_EQ(host.Log().updatedAreas[0].right, kCanvasWidth);
+    EXPECT_EQ(host.Log().updatedAreas[0].bottom, kCanvasHeight);
+}
+
+TEST_F(controller_test, progress_runs_in_rising_steps_up_to_500) {
+    OpenFilter();
+    PlacePoints();
+    host.RunFilter(module);
+    EXPECT_EQ(host.Log().progressTotals, std::vector<int64_t>{500});
+    const std::vector<int64_t>& values = host.Log().progressValues;
+    ASSERT_FALSE(values.empty());
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
+    EXPECT_EQ(std::adjacent_find(values.begin(), values.end()), values.end()) << "no step twice";
+    EXPECT_EQ(values.back(), 500);
+}
+
+TEST_F(controller_test, cancel_during_a_run_leaves_the_destination_untouched) {
+    OpenFilter();
+    PlacePoints();
+    host.cancelAtStep = 1;
+    const std::vector<uint8_t> before = host.Layer()->pixels;
+    host.RunFilter(module);
+    EXPECT_TRUE(host.Cancelled());
+    EXPECT_EQ(host.Destination()->pixels, before);
+    EXPECT_TRUE(host.Log().updatedAreas.empty());
+    EXPECT_LT(host.Log().progressValues.size(), 500u);
+}
+
+TEST_F(controller_test, a_restart_draws_again_with_the_values_read_anew) {
+    OpenFilter();
+    PlacePoints();
+    host.restartsLeft = 1;
+    host.RunFilter(module);
+    EXPECT_EQ(host.Log().updatedAreas.size(), 2u);
+    EXPECT_EQ(host.Log().progressTotals.size(), 1u) << "prepared once";
+}
+
+TEST_F(controller_test, an_rgba_layer_gets_no_colour_at_all) {
+    // RGBA layers (channel order 4) are read as coverage only, and given an all-zero colour.
+    host.SetLayer(MakeInkedLayer(kHostChannelOrderRgba, {3, 2, 1, 0}));
+    host.mainColor = HostColor{255, 255, 255};
+    OpenFilter();
+    PlacePoints();
+    host.RunFilter(module);
+    const std::vector<uint8_t>& pixels = host.Destination()->pixels;
+    EXPECT_EQ(std::count(pixels.begin(), pixels.end(), 0), static_cast<long>(pixels.size()));
+    EXPECT_EQ(host.Log().updatedAreas.size(), 1u);
+}
+
+TEST_F(controller_test, a_mask_layer_is_drawn_white_or_black_by_the_grey_of_the_main_colour) {
+    for (const auto& [colour, expected] :
+         {std::pair{HostColor{200, 200, 200}, 255}, std::pair{HostColor{100, 100, 100}, 0}}) {
+        host.SetLayer(MakeInkedLayer(kHostChannelOrderMask));
+        host.mainColor = colour;
+        if (!module.Slot()) OpenFilter();
+        PlacePoints();
+        host.RunFilter(module);
+        const SimImage& dest = *host.Destination();
+        int drawn = 0;
+        for (int64_t y = 0; y < dest.height; ++y) {
+            for (int64_t x = 0; x < dest.width; ++x) {
+                const uint8_t* pixel = dest.At(x, y);
+                if (pixel[1] == 0) continue;
+                ++drawn;
+                ASSERT_EQ(pixel[0], expected) << x << "," << y;
+            }
+        }
+        EXPECT_GT(drawn, 0);
+    }
+}
+
+TEST_F(controller_test, a_selection_keeps_the_lines_inside_it) {
+    SimImage selection = MakeImage(kCanvasWidth, kCanvasHeight, kHostChannelOrderAlpha);
+    for (int64_t y = 0; y < kCanvasHeight; ++y) {
+        for (int64_t x = 0; x < kCanvasWidth / 2; ++x)
+            selection.At(x, y)[0] = 255;
+    }
+    host.SetSelection(selection);
+    OpenFilter();
+    PlacePoints();
+    host.RunFilter(module);
+    const SimImage& dest = *host.Destination();
+    int left = 0;
+    for (int64_t y = 0; y < dest.height; ++y) {
+        for (int64_t x = 0; x < dest.width; ++x) {
+            if (dest.At(x, y)[3] == 0) continue;
+            // Soft stroke ends may spill a pen's width past the last inked pixel.
+            ASSERT_LT(x, kCanvasWidth / 2 + 8) << x << "," << y;
+            ++left;
+        }
+    }
+    EXPECT_GT(left, 0);
+}
+
+TEST_F(controller_test, a_guide_file_with_a_malformed_number_draws_like_the_straight_guide) {
+    // All fluctuations are 0 by default, so two runs with the same guide give the same pixels.
+    home.CreateFolders();
+    WriteFile(home.GuideFolder() / "broken.svg", "<svg><path d=\"M 0 0 L 10\"/></svg>");
+    OpenFilter();
+    PlacePoints();
+    const std::vector<uint8_t> straight = RunAndTakeDestination();
+    ASSERT_EQ(Change(161, "2"), kHostPropertyModified);
+    EXPECT_EQ(RunAndTakeDestination(), straight);
+    ASSERT_EQ(Change(161, "1"), kHostPropertyModified);
+    EXPECT_NE(RunAndTakeDestination(), straight) << "the arch draws differently";
+}
+
+TEST_F(controller_test, a_guide_file_is_read_once_and_kept) {
+    home.CreateFolders();
+    WriteFile(home.GuideFolder() / "bend.svg", "<svg><path d=\"M 0 50 Q 50 0 100 50\"/></svg>");
+    OpenFilter();
+    PlacePoints();
+    ASSERT_EQ(Change(161, "2"), kHostPropertyModified);
+    const std::vector<uint8_t> first = RunAndTakeDestination();
+    WriteFile(home.GuideFolder() / "bend.svg", "<svg><path d=\"M 0 10 L 100 10\"/></svg>");
+    EXPECT_EQ(RunAndTakeDestination(), first);
+}
+
+TEST_F(controller_test, a_run_before_the_panel_exists_leaves_the_layer_as_it_was) {
+    ASSERT_EQ(module.Call(kHostSelectorModuleInitialize, host.GetServer()), kHostCallSucceeded);
+    const std::vector<uint8_t> before = host.Layer()->pixels;
+    EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded);
+    EXPECT_EQ(host.Destination()->pixels, before);
+}
+
+TEST_F(controller_test, a_host_without_property_services_gets_an_empty_panel_and_no_crash) {
+    host.Services().propertyService = nullptr;
+    host.Services().pointEnumPropertyService = nullptr;
+    OpenFilter();
+    EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded);
+    EXPECT_TRUE(host.Items().empty());
+}
+
+TEST_F(controller_test, a_whole_session_leaves_no_host_object_behind) {
+    OpenFilter();
+    PlacePoints();
+    ASSERT_EQ(Change(141, "true"), kHostPropertyUnchanged);
+    host.RunFilter(module);
+    host.cancelAtStep = 1;
+    host.RunFilter(module);
+    module.Call(kHostSelectorFilterTerminate, host.GetServer());
+    module.Call(kHostSelectorModuleTerminate, host.GetServer());
+    const brivane::tools::SimLiveObjects live = brivane::tools::LiveObjects();
+    EXPECT_EQ(live.strings, 0);
+    EXPECT_EQ(live.bitmaps, 0);
+    EXPECT_EQ(live.properties, 0);
+}
+
+// ---- What the host cannot see: the manager driven directly ----
+
+class manager_test : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string error;
+        ASSERT_TRUE(host.Resources().Load(BRIVANE_RESOURCES_FILE, error)) << error;
+        host.SetLayer(MakeInkedLayer(kHostChannelOrderRgbAlpha));
+        manager.AttachServer(host.GetServer());
+        manager.InitFilter();
+        ASSERT_TRUE(manager.OnInitFilter());
+    }
+
+    void Change(int64_t key, const std::string& text) {
+        std::string error;
+        ASSERT_TRUE(host.SetItemValue(key, text, error)) << error;
+    }
+
+    DataHome home;
+    SimHost host;
+    ZephrineManager manager;
+};
+
+TEST_F(manager_test, taper_sliders_become_fractions_unless_they_are_distances) {
+    manager.OnUpdateParameter();
+    EXPECT_EQ(manager.GetParam().in, 0.5);
+    EXPECT_EQ(manager.GetParam().out, 0.5);
+    Change(207, "true");
+    Change(206, "750");
+    manager.OnUpdateParameter();
+    EXPECT_EQ(manager.GetParam().in, 500.0);
+    EXPECT_EQ(manager.GetParam().out, 750.0);
+}
+
+TEST_F(manager_test, parameters_and_points_come_from_the_panel) {
+    Change(150, "2");
+    Change(171, "-30,40");
+    Change(224, "75");
+    Change(228, "false");
+    manager.OnUpdateParameter();
+    const MoveEffectParam& param = manager.GetParam();
+    EXPECT_EQ(param.type, 2);
+    EXPECT_EQ(param.spacing, 75);
+    EXPECT_FALSE(param.connect);
+    EXPECT_EQ(param.size, 2.0);
+    EXPECT_EQ(param.length, 10);
+    const PointTarget& target = manager.GetTarget();
+    EXPECT_EQ(target.x1, kCanvasWidth / 4);
+    EXPECT_EQ(target.y1, kCanvasHeight / 2);
+    EXPECT_EQ(target.x2, -30);
+    EXPECT_EQ(target.y2, 40);
+}
+
+TEST_F(manager_test, progress_reports_each_new_step_once_and_passes_the_hosts_answer_on) {
+    EXPECT_EQ(ZephrineManager::OnProgress(1000, 1, &manager), 1);  // below one step: not reported
+    EXPECT_EQ(ZephrineManager::OnProgress(1000, 500, &manager), 1);
+    EXPECT_EQ(ZephrineManager::OnProgress(1000, 500, &manager), 1);
+    EXPECT_EQ(ZephrineManager::OnProgress(1000, 1000, &manager), 1);
+    EXPECT_EQ(host.Log().progressValues, (std::vector<int64_t>{250, 500}));
+
+    host.scriptedAnswers.push_back(kHostProcessAnswerExit);
+    EXPECT_EQ(ZephrineManager::OnProgress(1000, 1, &manager), 1) << "not a new step";
+    ZephrineManager fresh;
+    fresh.AttachServer(host.GetServer());
+    EXPECT_EQ(ZephrineManager::OnProgress(4, 1, &fresh), 0);
+}
+
+TEST_F(manager_test, the_module_identifier_is_36_characters_and_a_nul) {
+    char buffer[kGuidBufferSize];
+    std::fill(std::begin(buffer), std::end(buffer), 'x');
+    manager.OnGetGuid(buffer);
+    EXPECT_EQ(std::string(buffer), "3A7C51E2-94B0-4F6D-8E21-C5D90B7A4F13");
+    EXPECT_EQ(buffer[37], 'x') << "nothing past the NUL";
+}
+
+}  // namespace

@@ -1,0 +1,664 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "engine/MoveEffectFilter.h"
+#include "storage/FileHelpers.h"
+#include "tools/render/LayerImage.h"
+#include "tools/render/PresetFile.h"
+#include "tools/render/RenderOptions.h"
+#include "tools/render/Renderer.h"
+#include "tools/render/SampleLayers.h"
+
+namespace fs = std::filesystem;
+using namespace brivane::tools;
+
+namespace {
+
+const std::string kBad = std::string(BRIVANE_TEST_DATA_DIR) + "/render/bad/";
+const std::string kSamples = std::string(BRIVANE_SAMPLES_DIR) + "/";
+
+// A fresh folder per test, removed afterwards.
+class TempFolder {
+public:
+    TempFolder() {
+        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+        m_path = fs::temp_directory_path() /
+                 (std::string("brivane_render_test_") + info->test_suite_name() + "_" + info->name());
+        fs::remove_all(m_path);
+        fs::create_directories(m_path);
+    }
+    ~TempFolder() { fs::remove_all(m_path); }
+    std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+
+private:
+    fs::path m_path;
+};
+
+PngImage Solid(uint32_t width, uint32_t height, int channels, int bitDepth, uint16_t value, uint16_t alpha) {
+    PngImage image;
+    image.width = width;
+    image.height = height;
+    image.channels = channels;
+    image.bitDepth = bitDepth;
+    image.pixels.resize(image.RowBytes() * height);
+    const bool hasAlpha = channels == 2 || channels == 4;
+    for (size_t i = 0; i < static_cast<size_t>(width) * height; ++i) {
+        for (int c = 0; c < channels; ++c) {
+            const uint16_t v = (hasAlpha && c == channels - 1) ? alpha : value;
+            if (bitDepth == 8)
+                image.pixels[i * channels + c] = static_cast<uint8_t>(v);
+            else
+                std::memcpy(&image.pixels[(i * channels + c) * 2], &v, 2);
+        }
+    }
+    return image;
+}
+
+void Save(const std::string& path, const PngImage& image) {
+    std::string error;
+    ASSERT_TRUE(WritePng(path, image, error)) << error;
+}
+
+PngImage Load(const std::string& path) {
+    PngImage image;
+    std::string error;
+    EXPECT_TRUE(ReadPng(path, image, error)) << error;
+    return image;
+}
+
+struct ToolRun {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+ToolRun RunTool(const std::vector<std::string>& args, RenderEnvironment environment = {}) {
+    std::ostringstream out, err;
+    const int status = RunRender(args, out, err, environment);
+    return {status, out.str(), err.str()};
+}
+
+RenderOptions Parse(const std::vector<std::string>& args) {
+    RenderOptions options;
+    std::string error;
+    EXPECT_TRUE(ParseRenderArgs(args, options, error)) << error;
+    return options;
+}
+
+PointTarget Target(const RenderOptions& options, uint32_t width, uint32_t height) {
+    PointTarget target{};
+    std::string error;
+    EXPECT_TRUE(ResolveTarget(options, width, height, target, error)) << error;
+    return target;
+}
+
+std::string ReadText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+// Arguments written as one line, split at spaces.
+std::vector<std::string> Words(const std::string& line) {
+    std::vector<std::string> words;
+    std::istringstream in(line);
+    for (std::string word; in >> word;)
+        words.push_back(word);
+    return words;
+}
+
+int CountCovered(const PngImage& rgba) {
+    int covered = 0;
+    for (size_t i = 3; i < rgba.pixels.size(); i += 4)
+        covered += rgba.pixels[i] != 0;
+    return covered;
+}
+
+}  // namespace
+
+// --- Options -----------------------------------------------------------------------------------------
+
+TEST(render_options_test, starts_from_the_default_preset) {
+    const RenderOptions options = Parse({"in.png", "-o", "out.png"});
+    MoveEffectIniParam defaults;
+    GetDefaultPreset(&defaults);
+    EXPECT_EQ(FormatPresetText(options.settings), FormatPresetText(defaults));
+    EXPECT_EQ(options.guide, ":S");
+    EXPECT_FALSE(options.over);
+}
+
+TEST(render_options_test, unset_points_follow_the_arrangement_defaults_in_pixels) {
+    const PointTarget radiate = Target(Parse({"in.png", "-o", "o.png"}), 1000, 800);
+    EXPECT_EQ(radiate.x1, 500);
+    EXPECT_EQ(radiate.y1, 400);
+    EXPECT_EQ(radiate.y2, 260);  // 0.325 of 800
+    EXPECT_EQ(radiate.y3, 100);
+    const PointTarget parallel = Target(Parse({"in.png", "-o", "o.png", "--type", "parallel"}), 1000, 800);
+    EXPECT_EQ(parallel.x1, 250);
+    EXPECT_EQ(parallel.y1, 700);
+    EXPECT_EQ(parallel.x3, 750);
+    const PointTarget circle = Target(Parse({"in.png", "-o", "o.png", "--type", "2"}), 1000, 800);
+    EXPECT_EQ(circle.x2, 750);
+    EXPECT_EQ(circle.y3, 200);
+}
+
+TEST(render_options_test, reads_points_in_pixels_and_percent_truncating_like_the_plugin) {
+    const RenderOptions options =
+        Parse({"in.png", "-o", "o.png", "--p1", "50%,25%", "--p2=10.9,-20", "--p3", "33.35%,150"});
+    const PointTarget t = Target(options, 200, 100);
+    EXPECT_EQ(t.x1, 100);
+    EXPECT_EQ(t.y1, 25);
+    EXPECT_EQ(t.x2, 10);
+    EXPECT_EQ(t.y2, -20);
+    EXPECT_EQ(t.x3, 66);  // 200 x 0.3335 = 66.7
+    EXPECT_EQ(t.y3, 150);
+}
+
+TEST(render_options_test, refuses_points_far_off_the_canvas) {
+    PointTarget target{};
+    std::string error;
+    EXPECT_FALSE(ResolveTarget(Parse({"in.png", "-o", "o.png", "--p3", "5000%,0"}), 100, 100, target, error));
+    EXPECT_NE(error.find("p3"), std::string::npos) << error;
+}
+
+TEST(render_options_test, reads_every_setting_under_its_preset_key) {
+    const RenderOptions o =
+        Parse(Words("in.png -o o.png --curvature -2.5 --size 3 --hardness 0.5 --fluction 0.25 --in 300 "
+                    "--out=700 --asdist "
+                    "--easing false --position -12 --posfluct 0.1 --length 40 --lenfluct 0.75 --spacing 20 "
+                    "--spcfluct 0.5 "
+                    "--lengain -3 --spcgain +4 --no-connect"));
+    const MoveEffectIniParam& s = o.settings;
+    EXPECT_EQ(s.curvature, -2.5);
+    EXPECT_EQ(s.size, 3);
+    EXPECT_EQ(s.hardness, 0.5);
+    EXPECT_EQ(s.fluction, 0.25);
+    EXPECT_EQ(s.in, 300);
+    EXPECT_EQ(s.out, 700);
+    EXPECT_TRUE(s.asdist);
+    EXPECT_FALSE(s.easing);
+    EXPECT_EQ(s.position, -12);
+    EXPECT_EQ(s.posfluct, 0.1);
+    EXPECT_EQ(s.length, 40);
+    EXPECT_EQ(s.lenfluct, 0.75);
+    EXPECT_EQ(s.spacing, 20);
+    EXPECT_EQ(s.spcfluct, 0.5);
+    EXPECT_EQ(s.lengain, -3);
+    EXPECT_EQ(s.spcgain, 4);
+    EXPECT_FALSE(s.connect);
+}
+
+TEST(render_options_test, a_bool_setting_takes_its_value_only_when_one_follows) {
+    const RenderOptions o = Parse({"--easing", "in.png", "--asdist", "0", "-o", "o.png", "--connect=off"});
+    EXPECT_TRUE(o.settings.easing);
+    EXPECT_EQ(o.input, "in.png");
+    EXPECT_FALSE(o.settings.asdist);
+    EXPECT_FALSE(o.settings.connect);
+}
+
+TEST(render_options_test, settings_after_a_preset_win_and_settings_before_it_yield) {
+    TempFolder temp;
+    WriteText(temp / "p.ini", "[pen]\nsize=9\n[line]\nspacing=70\n");
+    const RenderOptions o = Parse({"in.png", "-o", "o.png", "--size", "3", "--length", "99", "--preset",
+                                   temp / "p.ini", "--spacing", "5"});
+    EXPECT_EQ(o.settings.size, 9);        // the preset's, given after --size
+    EXPECT_EQ(o.settings.spacing, 5);     // given after the preset
+    EXPECT_EQ(o.settings.length, 99);     // not in the preset: kept
+    EXPECT_EQ(o.settings.hardness, 1.0);  // not anywhere: the default
+}
+
+TEST(render_options_test, a_preset_sets_arrangement_points_and_guide_name) {
+    const RenderOptions o = Parse({"in.png", "-o", "o.png", "--preset", kSamples + "wavy.ini"});
+    EXPECT_EQ(o.settings.type, 1);
+    EXPECT_EQ(o.guide, "wave");
+    EXPECT_EQ(fs::path(o.guideFolder), fs::path(kSamples).parent_path());
+    const PointTarget t = Target(o, 1000, 1000);
+    EXPECT_EQ(t.x2, 1000);
+    EXPECT_EQ(t.y3, 720);
+}
+
+TEST(render_options_test, a_guide_file_is_kept_under_its_name_for_presets) {
+    const RenderOptions o = Parse({"in.png", "-o", "o.png", "--guide", "some/folder/Speed Wave.svg"});
+    EXPECT_EQ(o.guide, "some/folder/Speed Wave.svg");
+    EXPECT_STREQ(o.settings.name, "Speed Wave");
+    EXPECT_STREQ(Parse({"in.png", "-o", "o.png", "--guide", ":C"}).settings.name, ":C");
+}
+
+TEST(render_options_test, converts_settings_as_the_plugin_does) {
+    RenderOptions o = Parse({"in.png", "-o", "o.png", "--in", "500", "--out", "250"});
+    MoveEffectParam p = ToEffectParam(o.settings);
+    EXPECT_EQ(p.in, 0.5);
+    EXPECT_EQ(p.out, 0.25);
+    o = Parse({"in.png", "-o", "o.png", "--in", "500", "--asdist"});
+    p = ToEffectParam(o.settings);
+    EXPECT_EQ(p.in, 500.0);
+    EXPECT_EQ(p.spacing, 50);
+    EXPECT_TRUE(p.connect);
+}
+
+TEST(render_options_test, help_needs_nothing_else) {
+    EXPECT_TRUE(Parse({"--help"}).help);
+    const ToolRun run = RunTool({"-h"});
+    EXPECT_EQ(run.status, kExitOk);
+    EXPECT_NE(run.out.find("usage: brivane-render"), std::string::npos);
+    EXPECT_NE(run.out.find("--spcgain"), std::string::npos);
+}
+
+// --- Bad input: one line on standard error and exit status 2 ----------------------------------------
+
+TEST(render_tool_test, reports_bad_arguments_and_files_in_one_line) {
+    TempFolder temp;
+    const std::string in = temp / "tiny.png";
+    Save(in, Solid(16, 16, 1, 8, 0, 0));
+    const std::string out = temp / "out.png";
+    struct Case {
+        std::vector<std::string> args;
+        std::string message;
+    };
+    const Case cases[] = {
+        {{"-o", out}, "no input layer given"},
+        {{in}, "no output file given"},
+        {{in, in, "-o", out}, "more than one input layer"},
+        {{in, "-o", out, "--sise", "3"}, "unknown option --sise"},
+        {{in, "-o", out, "-x"}, "unknown option -x"},
+        {{in, "-o", out, "--size", "abc"}, "--size: 'abc' is not a number"},
+        {{in, "-o", out, "--size", "3x"}, "--size: '3x' is not a number"},
+        {{in, "-o", out, "--in", "12.5"}, "--in: '12.5' is not a whole number"},
+        {{in, "-o", out, "--spacing", "99999999999"}, "is not a whole number"},
+        {{in, "-o", out, "--size", "nan"}, "is not a number"},
+        {{in, "-o", out, "--size", "80"}, "size 80 is outside the plug-in's range 1 to 50"},
+        {{in, "-o", out, "--spacing", "0"}, "spacing 0 is outside"},
+        {{in, "-o", out, "--size"}, "--size: missing value"},
+        {{in, "-o", out, "--over=yes"}, "--over: takes no value"},
+        {{in, "-o", out, "--type", "spiral"}, "--type: 'spiral' is not radiate"},
+        {{in, "-o", out, "--type", "3"}, "--type: '3' is not radiate"},
+        {{in, "-o", out, "--p1", "10"}, "--p1: '10' is not a point"},
+        {{in, "-o", out, "--p2", "1,2%%"}, "--p2: '1,2%%' is not a point"},
+        {{in, "-o", out, "--color", "#12345g"}, "--color: '#12345g' is not a colour"},
+        {{in, "-o", out, "--asdist=maybe"}, "--asdist: 'maybe' is not true or false"},
+        {{kBad + "missing.png", "-o", out}, "missing.png: cannot open"},
+        {{kBad + "not_a_png.png", "-o", out}, "not_a_png.png: not a PNG file"},
+        {{kBad + "truncated.png", "-o", out}, "truncated.png: damaged PNG file"},
+        {{in, "-o", out, "--preset", kBad + "missing.ini"}, "missing.ini: cannot open"},
+        {{in, "-o", out, "--preset", kBad + "empty.ini"}, "empty.ini: empty preset file"},
+        {{in, "-o", out, "--preset", kBad + "size_out_of_range.ini"}, "size 80 is outside"},
+        {{in, "-o", out, "--guide", kBad + "malformed_number.svg"},
+         "malformed_number.svg: bad guide file: malformed number in the path data"},
+        {{in, "-o", out, "--guide", kBad + "no_path.svg"}, "no_path.svg: bad guide file: no path"},
+        {{in, "-o", out, "--guide", kBad + "empty.svg"}, "empty.svg: bad guide file: empty"},
+        {{in, "-o", out, "--guide", kBad + "no_width.svg"}, "no_width.svg: bad guide file: the path has no"},
+        {{in, "-o", out, "--guide", kBad + "nowhere.svg"}, "guide '" + kBad + "nowhere.svg' not found"},
+        {{in, "-o", temp / "no/such/folder/out.png"}, "out.png: cannot create"},
+        {{in, "-o", in}, "refusing to overwrite"},
+        {{in, "-o", out, "--save-preset", in}, "refusing to overwrite"},
+        {{in, "-o", out, "--save-preset", out}, "name the same file"},
+    };
+    for (const Case& c : cases) {
+        const ToolRun run = RunTool(c.args);
+        std::string joined;
+        for (const std::string& a : c.args)
+            joined += a + " ";
+        EXPECT_EQ(run.status, kExitBadInput) << joined;
+        EXPECT_EQ(run.err.rfind("brivane-render: ", 0), 0u) << run.err;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << "args: " << joined << "\nerr: " << run.err;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        EXPECT_FALSE(fs::exists(out)) << joined;
+    }
+}
+
+TEST(render_tool_test, never_overwrites_its_input_however_the_path_is_spelt) {
+    TempFolder temp;
+    Save(temp / "page.png", Solid(8, 8, 1, 8, 0, 0));
+    const std::string before = ReadText(temp / "page.png");
+    fs::create_directories(temp / "sub");
+    fs::create_symlink(temp / "page.png", temp / "link.png");
+    for (const std::string& out : {temp / "sub/../page.png", temp / "link.png"}) {
+        const ToolRun run = RunTool({temp / "page.png", "-o", out});
+        EXPECT_EQ(run.status, kExitBadInput) << out;
+        EXPECT_NE(run.err.find("refusing to overwrite"), std::string::npos) << run.err;
+    }
+    EXPECT_EQ(ReadText(temp / "page.png"), before);
+}
+
+// --- Guides --------------------------------------------------------------------------------------------
+
+TEST(render_guide_test, built_in_guides_need_no_file) {
+    RenderOptions options;
+    options.guide = ":C";
+    PathParser guide;
+    std::string error, file = "unset";
+    ASSERT_TRUE(LoadGuide(options, guide, error, &file)) << error;
+    EXPECT_EQ(guide.GetSegments().size(), 2u);
+    EXPECT_EQ(guide.GetSegments()[1].type, PathSegment::kQuadratic);
+    EXPECT_EQ(file, "unset");
+}
+
+TEST(render_guide_test, finds_a_preset_guide_name_beside_the_preset) {
+    const RenderOptions options = Parse({"in.png", "-o", "o.png", "--preset", kSamples + "wavy.ini"});
+    PathParser guide;
+    std::string error, file;
+    ASSERT_TRUE(LoadGuide(options, guide, error, &file)) << error;
+    EXPECT_EQ(fs::path(file).filename(), "wave.svg");
+    EXPECT_EQ(guide.GetWidth(), 100);
+    EXPECT_EQ(guide.GetSegments().size(), 3u);  // move-to and two cubics
+}
+
+TEST(render_guide_test, matches_a_preset_guide_name_as_the_plugin_does_without_letter_case) {
+    TempFolder temp;
+    WriteText(temp / "Wave.SVG", ReadText(kSamples + "wave.svg"));
+    WriteText(temp / "p.ini", "[guide]\nname=wAVE\n");
+    RenderOptions options = Parse({"in.png", "-o", "o.png", "--preset", temp / "p.ini"});
+    PathParser guide;
+    std::string error, file;
+    ASSERT_TRUE(LoadGuide(options, guide, error, &file)) << error;
+    EXPECT_EQ(file, temp / "Wave.SVG");
+    EXPECT_STREQ(options.settings.name, "wAVE");  // saved again as the preset gave it
+
+    WriteText(temp / "p.ini", "[guide]\nname=:c\n");
+    options = Parse({"in.png", "-o", "o.png", "--preset", temp / "p.ini"});
+    EXPECT_EQ(options.guide, ":C");
+
+    WriteText(temp / "p.ini", "[guide]\nname=\n");
+    options = Parse({"in.png", "-o", "o.png", "--guide", ":C", "--preset", temp / "p.ini"});
+    EXPECT_EQ(options.guide, ":C");  // an empty name matches no guide: the current one stays
+}
+
+TEST(render_guide_test, finds_a_bare_name_in_the_plugin_guide_folder) {
+    TempFolder temp;
+    const char* saved = std::getenv("XDG_DATA_HOME");
+    const std::string savedValue = saved ? saved : "";
+    setenv("XDG_DATA_HOME", (temp / "data").c_str(), 1);
+    const std::string folder = Utf16ToUtf8(GetPluginDir(false));
+    fs::create_directories(folder);
+    WriteText(folder + "zigzag.svg", "<svg><path d=\"M 0 0 L 25 10 L 50 0 L 75 10 L 100 0\"/></svg>");
+
+    RenderOptions options;
+    options.guide = "zigzag";
+    PathParser guide;
+    std::string error, file;
+    const bool loaded = LoadGuide(options, guide, error, &file);
+    if (saved)
+        setenv("XDG_DATA_HOME", savedValue.c_str(), 1);
+    else
+        unsetenv("XDG_DATA_HOME");
+    ASSERT_TRUE(loaded) << error;
+    EXPECT_EQ(guide.GetSegments().size(), 5u);
+    EXPECT_EQ(file, folder + "zigzag.svg");
+}
+
+// --- Presets -----------------------------------------------------------------------------------------
+
+TEST(render_preset_test, writes_the_default_preset_as_the_plugin_does) {
+    MoveEffectIniParam defaults;
+    GetDefaultPreset(&defaults);
+    EXPECT_EQ(FormatPresetText(defaults),
+              "[guide]\ntype=radiate\np1=0.5,0.5\np2=0.5,0.325\np3=0.5,0.125\nname=:S\ncurvature=1\n\n"
+              "[pen]\nsize=2\nhardness=1\nfluction=0\nin=500\nout=500\nasdist=false\neasing=false\n\n"
+              "[line]\nposition=0\nposfluct=0\nlength=10\nlenfluct=0\nspacing=50\nspcfluct=0\nlengain=0\n"
+              "spcgain=0\nconnect=true\n");
+}
+
+// The tool reads preset files from anywhere; the plug-in reads them from its preset folder. Both must
+// understand every text the same way.
+TEST(render_preset_test, reads_preset_text_exactly_as_the_plugin_reads_its_folder) {
+    TempFolder temp;
+    const char* saved = std::getenv("XDG_DATA_HOME");
+    const std::string savedValue = saved ? saved : "";
+    setenv("XDG_DATA_HOME", (temp / "data").c_str(), 1);
+    fs::create_directories(Utf16ToUtf8(GetPluginDir(true)));
+
+    const std::string texts[] = {
+        ReadText(kSamples + "focus.ini"),
+        ReadText(kSamples + "wavy.ini"),
+        "# only a comment\n; and another\n",
+        "[guide]\r\ntype=Circle\r\np1 = 0.25 , 0.75\r\nname = my guide ; x\r\n",
+        "\xEF\xBB\xBF[guide]\ntype=parallel\n[pen]\nsize=3.5 ; big\n",
+        "  [ pen ]  \nin=12.9\nout=abc\nasdist=TRUE\n[Pen]\nsize=9\n",
+        "size=4\n[line]\nspacing=10\nspacing=x\nconnect=1\nlength=99999999999\n[guide]\np1=0.1\np2=0.2,x\n",
+        "[line\nspacing=3\n[line]\nspcgain=-4e1",
+    };
+    for (const std::string& text : texts) {
+        WriteText(Utf16ToUtf8(GetIniFilePath(u"t")), text);
+        MoveEffectIniParam mine, theirs;
+        MoveEffectIniReadFlag mineRead, theirsRead;
+        std::memset(&mine, 0x55, sizeof mine);
+        std::memset(&theirs, 0x55, sizeof theirs);
+        ASSERT_EQ(ParsePresetText(text, &mine, &mineRead), LoadPreset(u"t", &theirs, &theirsRead)) << text;
+        EXPECT_EQ(std::memcmp(&mineRead, &theirsRead, sizeof mineRead), 0) << text;
+        EXPECT_EQ(FormatPresetText(mine), FormatPresetText(theirs)) << text;
+        EXPECT_EQ(mine.p2.x, theirs.p2.x) << text;  // a half-read point keeps its x in both
+    }
+    if (saved)
+        setenv("XDG_DATA_HOME", savedValue.c_str(), 1);
+    else
+        unsetenv("XDG_DATA_HOME");
+}
+
+TEST(render_preset_test, writes_a_preset_that_the_plugin_reads_back) {
+    TempFolder temp;
+    const RenderOptions options = Parse(
+        {"in.png", "-o", "o.png", "--preset", kSamples + "rings.ini", "--p3", "30,40", "--size", "4.25"});
+    const PointTarget target = Target(options, 200, 100);
+    const MoveEffectIniParam record = ToPresetRecord(options, target, 200, 100);
+    std::string error;
+    ASSERT_TRUE(WritePresetFile(temp / "saved.ini", record, error)) << error;
+    MoveEffectIniParam back;
+    MoveEffectIniReadFlag read;
+    ASSERT_TRUE(ReadPresetFile(temp / "saved.ini", &back, &read, error)) << error;
+    EXPECT_TRUE(read.type && read.p1 && read.p3 && read.name && read.size && read.connect);
+    EXPECT_EQ(back.type, 2);
+    EXPECT_EQ(back.p1.x, 0.3);
+    EXPECT_EQ(back.p3.x, 0.15);  // 30 px of 200
+    EXPECT_EQ(back.p3.y, 0.4);
+    EXPECT_EQ(back.size, 4.25);
+    EXPECT_STREQ(back.name, ":S");
+}
+
+TEST(render_preset_test, bundled_presets_give_every_key_within_the_panel_ranges) {
+    for (const char* name : {"focus.ini", "speed.ini", "rings.ini", "wavy.ini"}) {
+        MoveEffectIniParam preset;
+        MoveEffectIniReadFlag read;
+        std::string error;
+        ASSERT_TRUE(ReadPresetFile(kSamples + name, &preset, &read, error)) << error;
+        const bool* flags = reinterpret_cast<const bool*>(&read);
+        for (size_t i = 0; i < sizeof read; ++i)
+            EXPECT_TRUE(flags[i]) << name << " key " << i;
+        EXPECT_EQ(ReadText(kSamples + name), FormatPresetText(preset)) << name << " is not in the saved form";
+        RenderOptions options;
+        EXPECT_TRUE(ParseRenderArgs({"in.png", "-o", "o.png", "--preset", kSamples + name}, options, error))
+            << error;
+    }
+}
+
+// --- Layer mapping -------------------------------------------------------------------------------------
+
+TEST(render_layer_test, every_png_layout_reads_as_ink_where_dark_and_opaque) {
+    for (int channels = 1; channels <= 4; ++channels) {
+        for (int depth : {8, 16}) {
+            const uint16_t full = depth == 8 ? 255 : 65535;
+            const bool hasAlpha = channels == 2 || channels == 4;
+            struct {
+                uint16_t value, alpha;
+                int depth;
+            } cases[] = {{0, full, 255}, {full, full, 0}, {0, 0, hasAlpha ? 0 : 255}};
+            for (const auto& c : cases) {
+                const PngImage png = Solid(3, 2, channels, depth, c.value, c.alpha);
+                EngineLayer layer(png);
+                const MoveEffectImageParam image = layer.Describe();
+                EXPECT_EQ(image.colorModel, channels <= 2 ? 1 : 0);
+                EXPECT_EQ(image.sampleFormat, depth == 16 ? 1 : 0);
+                MoveEffectFilter filter(ToEffectParam(Parse({"i.png", "-o", "o.png"}).settings));
+                filter.SetBaseImage(&image);
+                EXPECT_EQ(filter.GetPixelDepth(2, 1), c.depth)
+                    << channels << " channels, " << depth << " bits, value " << c.value << " alpha "
+                    << c.alpha;
+                EXPECT_EQ(filter.GetPixelDepth(3, 1), -1);
+            }
+        }
+    }
+}
+
+TEST(render_layer_test, converts_any_layout_to_rgba8_and_composites_straight_alpha) {
+    const PngImage grey16 = Solid(2, 1, 2, 16, 65535, 32896);  // white, alpha about half
+    const PngImage rgba = ToRgba8(grey16);
+    EXPECT_EQ(rgba.pixels, (std::vector<uint8_t>{255, 255, 255, 128, 255, 255, 255, 128}));
+
+    PngImage below = Solid(1, 1, 4, 8, 255, 255);  // opaque white
+    PngImage line = Solid(1, 1, 4, 8, 0, 255);     // opaque black
+    CompositeOver(below, line);
+    EXPECT_EQ(below.pixels, (std::vector<uint8_t>{0, 0, 0, 255}));
+
+    below = Solid(1, 1, 4, 8, 255, 0);  // nothing below
+    line = Solid(1, 1, 4, 8, 0, 102);
+    CompositeOver(below, line);
+    EXPECT_EQ(below.pixels, (std::vector<uint8_t>{0, 0, 0, 102}));  // the line as it is
+
+    below = Solid(1, 1, 4, 8, 200, 255);
+    line = Solid(1, 1, 4, 8, 0, 0);
+    CompositeOver(below, line);
+    EXPECT_EQ(below.pixels, (std::vector<uint8_t>{200, 200, 200, 255}));  // untouched
+
+    PngImage half = Solid(1, 1, 4, 8, 0, 128);
+    FlattenOnto(half, Rgb{255, 255, 255});
+    EXPECT_EQ(half.pixels, (std::vector<uint8_t>{127, 127, 127, 255}));
+}
+
+// --- Rendering -----------------------------------------------------------------------------------------
+
+TEST(render_tool_test, draws_lines_in_the_colour_only_where_the_layer_is_inked) {
+    TempFolder temp;
+    PngImage page = Solid(160, 120, 3, 8, 255, 0);  // white RGB page ...
+    for (uint32_t y = 0; y < 120; ++y)
+        for (uint32_t x = 0; x < 80; ++x)  // ... inked on its left half
+            std::memset(&page.pixels[(y * 160 + x) * 3], 0, 3);
+    Save(temp / "page.png", page);
+    const ToolRun run = RunTool({temp / "page.png", "-o", temp / "out.png", "--type", "parallel", "--p1",
+                                 "0,0", "--p2", "100%,0", "--p3", "0,100%", "--spacing", "10", "--length",
+                                 "0", "--size", "3", "--color", "#c03010"});
+    ASSERT_EQ(run.status, kExitOk) << run.err;
+    EXPECT_EQ(run.err, "");
+    const PngImage out = Load(temp / "out.png");
+    ASSERT_EQ(out.channels, 4);
+    ASSERT_EQ(out.width, 160u);
+    int covered = 0;
+    for (uint32_t y = 0; y < out.height; ++y) {
+        for (uint32_t x = 0; x < out.width; ++x) {
+            const uint8_t* p = &out.pixels[(y * out.width + x) * 4];
+            if (p[3] == 0) continue;
+            ++covered;
+            EXPECT_EQ(p[0], 0xc0);
+            EXPECT_EQ(p[1], 0x30);
+            EXPECT_EQ(p[2], 0x10);
+            EXPECT_LT(x, 84u) << "a line reaches into the uninked half at y " << y;
+        }
+    }
+    EXPECT_GT(covered, 160 * 120 / 20);
+}
+
+TEST(render_tool_test, a_layer_without_ink_gives_an_empty_layer) {
+    TempFolder temp;
+    Save(temp / "blank.png", Solid(64, 48, 2, 16, 65535, 65535));  // white, opaque
+    ASSERT_EQ(RunTool({temp / "blank.png", "-o", temp / "out.png"}).status, kExitOk);
+    const PngImage out = Load(temp / "out.png");
+    EXPECT_EQ(CountCovered(out), 0);
+    EXPECT_EQ(out.width, 64u);
+}
+
+TEST(render_tool_test, a_grey_layer_gets_the_grey_of_the_colour) {
+    TempFolder temp;
+    Save(temp / "ink.png", Solid(64, 64, 1, 8, 0, 0));
+    ASSERT_EQ(
+        RunTool({temp / "ink.png", "-o", temp / "out.png", "--type", "circle", "--color", "#ff0000"}).status,
+        kExitOk);
+    const PngImage out = Load(temp / "out.png");
+    ASSERT_GT(CountCovered(out), 0);
+    for (size_t i = 0; i < out.pixels.size(); i += 4) {
+        if (out.pixels[i + 3] == 0) continue;
+        EXPECT_EQ(out.pixels[i], (77 * 255) >> 8);
+        EXPECT_EQ(out.pixels[i + 1], out.pixels[i]);
+        EXPECT_EQ(out.pixels[i + 2], out.pixels[i]);
+    }
+}
+
+TEST(render_tool_test, over_keeps_the_input_where_no_line_is_drawn) {
+    TempFolder temp;
+    PngImage page = Solid(100, 100, 4, 8, 0, 255);
+    Save(temp / "page.png", page);
+    ASSERT_EQ(RunTool({temp / "page.png", "-o", temp / "layer.png"}).status, kExitOk);
+    ASSERT_EQ(RunTool({temp / "page.png", "-o", temp / "over.png", "--over", "--color", "white"}).status,
+              kExitOk);
+    const PngImage layer = Load(temp / "layer.png"), over = Load(temp / "over.png");
+    ASSERT_GT(CountCovered(layer), 0);
+    for (size_t i = 0; i < over.pixels.size(); i += 4) {
+        EXPECT_EQ(over.pixels[i + 3], 255);
+        if (layer.pixels[i + 3] == 0) {
+            EXPECT_EQ(over.pixels[i], 0);
+        } else if (layer.pixels[i + 3] == 255) {
+            EXPECT_EQ(over.pixels[i], 255);
+        }
+    }
+}
+
+// Every fluctuation of the default preset is 0, so the picture is fully determined by the settings. The
+// points are chosen to be exact as canvas fractions: a preset keeps 5 decimals and the plug-in truncates
+// when it turns fractions back into pixels, so other points may come back 1 px off, in both programs.
+TEST(render_tool_test, a_saved_preset_renders_the_same_picture_again) {
+    TempFolder temp;
+    Save(temp / "page.png", Solid(128, 64, 1, 8, 0, 0));
+    std::vector<std::string> args = Words(
+        "--type circle --p1 32,32 --p2 112,32 --p3 64,16 --spacing 9 --size 2.5 --guide :C --curvature 0.2");
+    args.insert(args.end(), {temp / "page.png", "-o", temp / "a.png", "--save-preset", temp / "a.ini"});
+    ASSERT_EQ(RunTool(args).status, kExitOk);
+    ASSERT_EQ(RunTool({temp / "page.png", "-o", temp / "b.png", "--preset", temp / "a.ini"}).status, kExitOk);
+    const PngImage a = Load(temp / "a.png"), b = Load(temp / "b.png");
+    EXPECT_GT(CountCovered(a), 0);
+    EXPECT_EQ(a.pixels, b.pixels);
+}
+
+TEST(render_tool_test, an_interrupted_run_writes_nothing) {
+    TempFolder temp;
+    Save(temp / "page.png", Solid(300, 300, 1, 8, 0, 0));
+    const volatile std::sig_atomic_t interrupted = 1;
+    RenderEnvironment environment;
+    environment.interrupted = &interrupted;
+    const ToolRun run =
+        RunTool({temp / "page.png", "-o", temp / "out.png", "--save-preset", temp / "p.ini"}, environment);
+    EXPECT_EQ(run.status, kExitInterrupted);
+    EXPECT_NE(run.err.find("interrupted"), std::string::npos);
+    EXPECT_FALSE(fs::exists(temp / "out.png"));
+    EXPECT_FALSE(fs::exists(temp / "p.ini"));
+}
+
+TEST(render_tool_test, shows_progress_only_on_a_terminal_and_clears_it) {
+    TempFolder temp;
+    Save(temp / "page.png", Solid(300, 300, 1, 8, 0, 0));
+    RenderEnvironment terminal;
+    terminal.errIsTerminal = true;
+    const ToolRun shown = RunTool({temp / "page.png", "-o", temp / "a.png"}, terminal);
+    ASSERT_EQ(shown.status, kExitOk);
+    EXPECT_NE(shown.err.find("\rrendering ["), std::string::npos);
+    EXPECT_EQ(shown.err.back(), '\r');  // the bar is wiped before the shell prompt returns
+    EXPECT_EQ(RunTool({temp / "page.png", "-o", temp / "b.png", "-q"}, terminal).err, "");
+    EXPECT_EQ(RunTool({temp / "page.png", "-o", temp / "c.png"}).err, "");
+}
+
+// --- Samples ---------------------------------------------------------------------------------------------
+
+TEST(render_samples_test, bundled_layers_are_what_the_generator_draws) {
+    for (const SampleLayer& sample : MakeSampleLayers()) {
+        const PngImage file = Load(kSamples + sample.fileName);
+        EXPECT_EQ(file.width, sample.image.width) << sample.fileName;
+        EXPECT_EQ(file.channels, sample.image.channels) << sample.fileName;
+        EXPECT_EQ(file.bitDepth, sample.image.bitDepth) << sample.fileName;
+        EXPECT_TRUE(file.pixels == sample.image.pixels) << sample.fileName << " differs: run make samples";
+    }
+}
