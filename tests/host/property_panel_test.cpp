@@ -45,6 +45,15 @@ protected:
         if (!item) throw std::runtime_error("no item " + std::to_string(key));
         return *item;
     }
+    // One item of each kind, as the effect's panel has them.
+    void AddEveryKind(bool asDistance) {
+        manager.AddSlider(224, 'a', 1, 1000, 50);
+        manager.AddDblSlider(162, 'r', -10.0, 10.0, 1.0);
+        manager.AddCheckBox(207, 'd', asDistance);
+        const int64_t rows[] = {151, 152, 153};
+        manager.AddComboBox(150, 't', rows, 3);
+        manager.AddCanvas(170, 'd', kHostPointDefaultCentre);
+    }
     static std::vector<std::u16string> RowTexts(const SimItem& item) {
         std::vector<std::u16string> texts;
         for (const SimEnumRow& row : item.rows)
@@ -63,62 +72,45 @@ protected:
     SimLiveObjects baseline;
 };
 
-TEST_F(property_panel_test, a_slider_gets_its_caption_range_default_and_value) {
-    manager.AddSlider(224, 'a', 1, 1000, 50);
-    const SimItem& item = Item(224);
-    EXPECT_EQ(item.valueKind, kHostValueKindInteger);
-    EXPECT_EQ(item.displayKind, 17);
-    EXPECT_EQ(item.inputKind, 17);
-    EXPECT_EQ(item.caption, u"Spacing");
-    EXPECT_EQ(item.accessKey, 'a');
-    EXPECT_EQ(item.intMin, 1);
-    EXPECT_EQ(item.intMax, 1000);
-    EXPECT_EQ(item.intDefault, 50);
-    EXPECT_EQ(item.intValue, 50);
+TEST_F(property_panel_test, each_item_kind_gets_its_caption_range_default_and_value) {
+    AddEveryKind(true);
+    const SimItem& slider = Item(224);
+    EXPECT_EQ(slider.valueKind, kHostValueKindInteger);
+    EXPECT_EQ(slider.displayKind, 17);
+    EXPECT_EQ(slider.inputKind, 17);
+    EXPECT_EQ(slider.caption, u"Spacing");
+    EXPECT_EQ(slider.accessKey, 'a');
+    EXPECT_EQ((std::vector<int64_t>{slider.intMin, slider.intMax, slider.intDefault, slider.intValue}),
+              (std::vector<int64_t>{1, 1000, 50, 50}));
+    const SimItem& decimal = Item(162);
+    EXPECT_EQ(decimal.valueKind, kHostValueKindDecimal);
+    EXPECT_EQ(decimal.inputKind, 17);
+    EXPECT_EQ(decimal.caption, u"Curvature");
+    EXPECT_EQ((std::vector<double>{decimal.decMin, decimal.decMax, decimal.decDefault, decimal.decValue}),
+              (std::vector<double>{-10.0, 10.0, 1.0, 1.0}));
+    const SimItem& box = Item(207);
+    EXPECT_EQ(box.valueKind, kHostValueKindBoolean);
+    EXPECT_EQ(box.caption, u"As distance");
+    EXPECT_TRUE(box.boolDefault);
+    EXPECT_TRUE(box.boolValue);
+    const SimItem& list = Item(150);
+    EXPECT_EQ(list.valueKind, kHostValueKindEnumeration);
+    EXPECT_EQ(list.caption, u"Arrangement");
+    EXPECT_EQ(RowTexts(list), (std::vector<std::u16string>{u"Radiate", u"Parallel", u"Circle"}));
+    EXPECT_EQ(RowValues(list), (std::vector<int64_t>{0, 1, 2}));
+    EXPECT_EQ(list.enumDefault, 0);
+    const SimItem& point = Item(170);
+    EXPECT_EQ(point.valueKind, kHostValueKindPoint);
+    EXPECT_EQ(point.displayKind, 17);
+    EXPECT_EQ(point.inputKind, 49);
+    EXPECT_EQ(point.caption, u"Point 1");
+    EXPECT_EQ(point.pointDefaultKind, 37);
+    EXPECT_EQ(point.pointLimitKind, 34);
+    EXPECT_EQ(point.pointValue.x, 400);  // the simulated host places kind 37 at the centre
+    EXPECT_EQ(point.pointValue.y, 300);
 }
 
-TEST_F(property_panel_test, a_decimal_slider_gets_its_range_default_and_value) {
-    manager.AddDblSlider(162, 'r', -10.0, 10.0, 1.0);
-    const SimItem& item = Item(162);
-    EXPECT_EQ(item.valueKind, kHostValueKindDecimal);
-    EXPECT_EQ(item.inputKind, 17);
-    EXPECT_EQ(item.caption, u"Curvature");
-    EXPECT_EQ(item.decMin, -10.0);
-    EXPECT_EQ(item.decMax, 10.0);
-    EXPECT_EQ(item.decDefault, 1.0);
-    EXPECT_EQ(item.decValue, 1.0);
-}
-
-TEST_F(property_panel_test, a_check_box_gets_default_and_value) {
-    manager.AddCheckBox(207, 'd', true);
-    const SimItem& item = Item(207);
-    EXPECT_EQ(item.valueKind, kHostValueKindBoolean);
-    EXPECT_EQ(item.caption, u"As distance");
-    EXPECT_TRUE(item.boolDefault);
-    EXPECT_TRUE(item.boolValue);
-}
-
-TEST_F(property_panel_test, a_list_from_resource_ids_numbers_its_rows_from_0) {
-    const int64_t rows[] = {151, 152, 153};
-    manager.AddComboBox(150, 't', rows, 3);
-    const SimItem& item = Item(150);
-    EXPECT_EQ(item.valueKind, kHostValueKindEnumeration);
-    EXPECT_EQ(item.caption, u"Arrangement");
-    EXPECT_EQ(RowTexts(item), (std::vector<std::u16string>{u"Radiate", u"Parallel", u"Circle"}));
-    EXPECT_EQ(RowValues(item), (std::vector<int64_t>{0, 1, 2}));
-    EXPECT_EQ(item.enumDefault, 0);
-}
-
-TEST_F(property_panel_test, a_list_without_rows_still_has_default_0) {
-    manager.AddComboBox(150, 't', nullptr, 0);
-    EXPECT_TRUE(Item(150).rows.empty());
-    EXPECT_EQ(Item(150).enumDefault, 0);
-    manager.AddComboBox(140, 'r', std::vector<std::u16string>{});
-    EXPECT_TRUE(Item(140).rows.empty());
-    EXPECT_EQ(Item(140).enumDefault, 0);
-}
-
-TEST_F(property_panel_test, a_list_from_texts_keeps_their_order) {
+TEST_F(property_panel_test, a_list_from_texts_keeps_their_order_and_an_empty_list_has_default_0) {
     manager.AddComboBox(140, 'r', std::vector<std::u16string>{u"(defaults)", u"dusk", u"", u"\u6f2b\u753b"});
     const SimItem& item = Item(140);
     EXPECT_EQ(item.caption, u"Preset");
@@ -127,19 +119,13 @@ TEST_F(property_panel_test, a_list_from_texts_keeps_their_order) {
     manager.AddComboBoxItem(140, u"new", 4);
     EXPECT_EQ(Item(140).rows.back().text, u"new");
     EXPECT_EQ(Item(140).rows.back().value, 4);
-}
 
-TEST_F(property_panel_test, a_canvas_point_gets_its_placement_and_limit) {
-    manager.AddCanvas(170, 'd', kHostPointDefaultCentre);
-    const SimItem& item = Item(170);
-    EXPECT_EQ(item.valueKind, kHostValueKindPoint);
-    EXPECT_EQ(item.displayKind, 17);
-    EXPECT_EQ(item.inputKind, 49);
-    EXPECT_EQ(item.caption, u"Point 1");
-    EXPECT_EQ(item.pointDefaultKind, 37);
-    EXPECT_EQ(item.pointLimitKind, 34);
-    EXPECT_EQ(item.pointValue.x, 400);  // the simulated host places kind 37 at the centre
-    EXPECT_EQ(item.pointValue.y, 300);
+    manager.AddComboBox(150, 't', nullptr, 0);
+    manager.AddComboBox(141, 'r', std::vector<std::u16string>{});
+    for (int64_t key : {150, 141}) {
+        EXPECT_TRUE(Item(key).rows.empty()) << key;
+        EXPECT_EQ(Item(key).enumDefault, 0) << key;
+    }
 }
 
 TEST_F(property_panel_test, an_item_without_a_caption_text_is_still_added) {
@@ -149,13 +135,7 @@ TEST_F(property_panel_test, an_item_without_a_caption_text_is_still_added) {
 }
 
 TEST_F(property_panel_test, updates_report_a_change_only_when_the_value_differs) {
-    manager.AddSlider(224, 'a', 1, 1000, 50);
-    manager.AddDblSlider(162, 'r', -10.0, 10.0, 1.0);
-    manager.AddCheckBox(207, 'd', false);
-    const int64_t rows[] = {151, 152, 153};
-    manager.AddComboBox(150, 't', rows, 3);
-    manager.AddCanvas(170, 'd', kHostPointDefaultCentre);
-
+    AddEveryKind(false);
     int64_t spacing = 50;
     double curvature = 1.0;
     bool asDistance = false;
@@ -166,13 +146,15 @@ TEST_F(property_panel_test, updates_report_a_change_only_when_the_value_differs)
     EXPECT_FALSE(manager.UpdateBoolValue(207, &asDistance));
     EXPECT_FALSE(manager.UpdateEnumValue(150, &arrangement));
     EXPECT_FALSE(manager.UpdatePointValue(170, &point));
+    EXPECT_EQ(curvature, 1.0);
 
     std::string error;
-    ASSERT_TRUE(host.SetItemValue(224, "20", error)) << error;
-    ASSERT_TRUE(host.SetItemValue(162, "1.0000001", error)) << error;
-    ASSERT_TRUE(host.SetItemValue(207, "true", error)) << error;
-    ASSERT_TRUE(host.SetItemValue(150, "2", error)) << error;
-    ASSERT_TRUE(host.SetItemValue(170, "400,301", error)) << error;
+    for (const auto& [key, text] : {std::pair<int64_t, const char*>{224, "20"},
+                                    {162, "1.0000001"},
+                                    {207, "true"},
+                                    {150, "2"},
+                                    {170, "400,301"}})
+        ASSERT_TRUE(host.SetItemValue(key, text, error)) << error;
     EXPECT_TRUE(manager.UpdateIntValue(224, &spacing));
     EXPECT_TRUE(manager.UpdateDoubleValue(162, &curvature));  // exact comparison
     EXPECT_TRUE(manager.UpdateBoolValue(207, &asDistance));
@@ -186,49 +168,24 @@ TEST_F(property_panel_test, updates_report_a_change_only_when_the_value_differs)
     EXPECT_FALSE(manager.UpdatePointValue(170, &point));
 }
 
-TEST_F(property_panel_test, an_unchanged_decimal_leaves_the_field_alone) {
-    manager.AddDblSlider(162, 'r', -10.0, 10.0, 0.5);
-    double curvature = 0.5;
-    EXPECT_FALSE(manager.UpdateDoubleValue(162, &curvature));
-    EXPECT_EQ(curvature, 0.5);
-}
-
-TEST_F(property_panel_test, set_operations_change_the_host_values) {
-    manager.AddSlider(224, 'a', 1, 1000, 50);
-    manager.AddDblSlider(162, 'r', -10.0, 10.0, 1.0);
-    manager.AddCheckBox(207, 'd', false);
-    const int64_t rows[] = {151, 152, 153};
-    manager.AddComboBox(150, 't', rows, 3);
-    manager.AddCanvas(170, 'd', kHostPointDefaultCentre);
+TEST_F(property_panel_test, sets_change_the_host_values_and_resets_bring_back_the_defaults) {
+    AddEveryKind(true);
     manager.SetIntValue(224, 7);
     manager.SetDoubleValue(162, -2.5);
-    manager.SetBoolValue(207, true);
+    manager.SetBoolValue(207, false);
     manager.SetEnumValue(150, 1);
     manager.SetPointValue(170, Point{-3, 12});
     EXPECT_EQ(Item(224).intValue, 7);
     EXPECT_EQ(Item(162).decValue, -2.5);
-    EXPECT_TRUE(Item(207).boolValue);
+    EXPECT_FALSE(Item(207).boolValue);
     EXPECT_EQ(Item(150).enumValue, 1);
     EXPECT_EQ(manager.GetEnumValue(150), 1);
     EXPECT_EQ(Item(170).pointValue.x, -3);
     EXPECT_EQ(Item(170).pointValue.y, 12);
-    // Defaults stay where the items were created.
-    EXPECT_EQ(Item(224).intDefault, 50);
+    EXPECT_EQ(Item(224).intDefault, 50);  // defaults stay where the items were created
     EXPECT_EQ(Item(162).decDefault, 1.0);
-}
 
-TEST_F(property_panel_test, resets_read_the_default_into_the_field_and_the_item) {
-    manager.AddSlider(224, 'a', 1, 1000, 50);
-    manager.AddDblSlider(162, 'r', -10.0, 10.0, 1.0);
-    manager.AddCheckBox(207, 'd', true);
-    const int64_t rows[] = {151, 152, 153};
-    manager.AddComboBox(150, 't', rows, 3);
-    manager.SetIntValue(224, 7);
-    manager.SetDoubleValue(162, -2.5);
-    manager.SetBoolValue(207, false);
-    manager.SetEnumValue(150, 2);
-
-    int64_t spacing = 7, arrangement = 2;
+    int64_t spacing = 7, arrangement = 1;
     double curvature = -2.5;
     bool asDistance = false;
     manager.ResetIntValue(224, spacing);

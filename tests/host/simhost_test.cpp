@@ -56,16 +56,6 @@ TEST(simhost_test, bad_resource_files_are_refused_with_their_line) {
     }
 }
 
-TEST(simhost_test, the_resource_file_of_the_plugin_is_well_formed) {
-    ResourceTable table;
-    std::string error;
-    ASSERT_TRUE(table.Load(BRIVANE_RESOURCE_FILE, error)) << error;
-    ASSERT_NE(table.Find(101), nullptr);
-    ASSERT_NE(table.Find(102), nullptr);
-    EXPECT_FALSE(table.Find(101)->empty());
-    EXPECT_FALSE(table.Find(102)->empty());
-}
-
 TEST(simhost_test, text_converts_between_utf8_and_utf16) {
     const std::string utf8 = "a\xC3\xA9\xE6\xBC\xAB\xF0\x9F\x98\x80";
     const std::u16string utf16 = u"a\u00E9\u6F2B\U0001F600";
