@@ -205,6 +205,7 @@ TEST_F(controller_test, registers_the_filter_under_its_identifier_and_names) {
     EXPECT_EQ(host.Log().moduleKind, kHostModuleKindFilter);
     EXPECT_EQ(host.Log().categoryName, u"Effect lines");
     EXPECT_EQ(host.Log().categoryKey, 't');
+    EXPECT_EQ(host.Log().filterName, u"Speed and focus lines");
     EXPECT_EQ(host.Log().filterKey, 's');
     EXPECT_EQ(host.Log().targetKinds,
               (std::vector<int64_t>{kHostTargetKindRgbAlpha, kHostTargetKindGrayAlpha, kHostTargetKindMask}));

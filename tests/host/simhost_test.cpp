@@ -129,11 +129,8 @@ TEST(simhost_test, copies_clip_to_both_images) {
     host.BitmapService().getAddress(bitmap, &origin, &address);
     const auto* bytes = static_cast<const uint8_t*>(address);
     // Bitmap (1,1) .. (2,2) receives layer (2,0) .. (3,1); the rest stays 0.
-    EXPECT_EQ(bytes[0], 0);
-    EXPECT_EQ(bytes[16 + 1], 3);
-    EXPECT_EQ(bytes[16 + 2], 4);
-    EXPECT_EQ(bytes[32 + 1], 7);
-    EXPECT_EQ(bytes[32 + 2], 8);
+    EXPECT_EQ((std::vector<uint8_t>{bytes[0], bytes[16 + 1], bytes[16 + 2], bytes[32 + 1], bytes[32 + 2]}),
+              (std::vector<uint8_t>{0, 3, 4, 7, 8}));
     EXPECT_EQ(host.OffscreenService().copyToBitmap(bitmap, &at, host.SourceOffscreen(), &from, 1, 1, 2),
               kHostResultBadArgument);  // unknown mode
     host.BitmapService().release(bitmap);
