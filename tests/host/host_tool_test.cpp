@@ -59,6 +59,12 @@ protected:
         image.pixels.assign(image.RowBytes() * image.height, value);
         return image;
     }
+    static PngImage ReadOut(const std::string& path) {
+        PngImage image;
+        std::string error;
+        EXPECT_TRUE(ReadPng(path, image, error)) << error;
+        return image;
+    }
     static void TearDownTestSuite() { std::filesystem::remove_all(dir); }
     static std::string Path(const std::string& name) { return (dir / name).string(); }
 
@@ -76,9 +82,7 @@ TEST_F(host_tool_test, fills_the_selection_of_a_layer_and_writes_it_out) {
     const Outcome run = RunHost("-i " + Path("layer.png") + " -s " + Path("selection.png") + " -o " + out +
                                 " --color 0a141e --runs 2 --restart 1 -q" + kStandIn);
     ASSERT_EQ(run.status, 0) << run.output;
-    PngImage image;
-    std::string error;
-    ASSERT_TRUE(ReadPng(out, image, error)) << error;
+    const PngImage image = ReadOut(out);
     ASSERT_EQ(image.channels, 4);
     const uint8_t* right = &image.pixels[(2 * 8 + 7) * 4];
     const uint8_t* left = &image.pixels[(2 * 8 + 0) * 4];
@@ -91,10 +95,7 @@ TEST_F(host_tool_test, a_cancelled_run_writes_the_layer_unchanged) {
     const Outcome run = RunHost("-i " + Path("layer.png") + " -o " + out + " --cancel-at 1" + kStandIn);
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_NE(run.output.find("run 1 cancelled"), std::string::npos) << run.output;
-    PngImage image;
-    std::string error;
-    ASSERT_TRUE(ReadPng(out, image, error)) << error;
-    EXPECT_EQ(image.pixels, std::vector<uint8_t>(8 * 4 * 4, 255));
+    EXPECT_EQ(ReadOut(out).pixels, std::vector<uint8_t>(8 * 4 * 4, 255));
 }
 
 TEST_F(host_tool_test, the_panel_listing_shows_the_filter_names_from_the_resource_file) {

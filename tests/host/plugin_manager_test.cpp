@@ -256,23 +256,6 @@ TEST_F(plugin_manager_test, notifications_17_and_33_reach_their_hooks_with_their
     EXPECT_EQ(result, kHostPropertyUnchanged);
 }
 
-TEST_F(plugin_manager_test, an_invalid_manager_ignores_notifications) {
-    int64_t result = 0;
-    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyValueChanged, manager.get());
-    EXPECT_EQ(result, kHostPropertyUnchanged);
-    EXPECT_FALSE(manager->IsValid());
-    Attach();
-    EXPECT_TRUE(manager->IsValid());
-    host.Services().stringService = nullptr;
-    Attach();
-    EXPECT_FALSE(manager->IsValid()) << "needs the string service";
-    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyButtonPushed, manager.get());
-    EXPECT_TRUE(manager->calls.empty());
-    host.GetServer()->recordSuite = nullptr;
-    Attach();
-    EXPECT_FALSE(manager->IsValid()) << "needs the records";
-}
-
 TEST_F(plugin_manager_test, layer_mode_bits_become_target_kinds) {
     const std::pair<int64_t, Kinds> cases[] = {
         {35, {257, 258, 262}},
@@ -313,10 +296,12 @@ TEST_F(plugin_manager_test, registration_sends_the_identifier_cut_to_the_buffer)
     EXPECT_FALSE(manager->RegisterPlugin(host.GetServer())) << "a negative version is as old as 0";
 }
 
-TEST_F(plugin_manager_test, a_manager_without_a_server_answers_safely) {
+TEST_F(plugin_manager_test, a_manager_without_a_usable_server_answers_safely_and_ignores_notifications) {
+    int64_t result = 0;
+    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyValueChanged, manager.get());
+    EXPECT_EQ(result, kHostPropertyUnchanged);
     manager->allocate = true;
     EXPECT_TRUE(manager->ExecuteFilter());
-    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
     EXPECT_FALSE(manager->RegisterPlugin(nullptr));
     int64_t width = 9, height = 9;
     manager->GetCanvasSize(width, height);
@@ -331,6 +316,19 @@ TEST_F(plugin_manager_test, a_manager_without_a_server_answers_safely) {
     manager->EnablePreview(true);
     manager->ApplyBitmap();
     EXPECT_TRUE(manager->GetResourceText(101).empty());
+    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
+
+    EXPECT_FALSE(manager->IsValid());
+    Attach();
+    EXPECT_TRUE(manager->IsValid());
+    host.Services().stringService = nullptr;
+    Attach();
+    EXPECT_FALSE(manager->IsValid()) << "needs the string service";
+    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyButtonPushed, manager.get());
+    EXPECT_EQ(manager->calls.size(), 2u) << "no hook";
+    host.GetServer()->recordSuite = nullptr;
+    Attach();
+    EXPECT_FALSE(manager->IsValid()) << "needs the records";
 }
 
 }  // namespace
