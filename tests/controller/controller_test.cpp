@@ -482,6 +482,14 @@ TEST_F(controller_test, a_run_draws_the_main_colour_in_rising_progress_steps) {
     EXPECT_EQ(values.back(), 500);
 }
 
+TEST_F(controller_test, a_run_before_any_point_is_set_draws_nothing) {
+    // The points come from the controller's fields, which only notifications fill, so all three sit
+    // at (0, 0): radiate lines of no length draw nothing.
+    OpenFilter();
+    host.RunFilter(module);
+    EXPECT_EQ(CountCovered(*host.Destination()), 0);
+}
+
 TEST_F(controller_test, cancel_during_a_run_leaves_the_destination_untouched) {
     OpenFilter();
     PlacePoints();
@@ -492,6 +500,15 @@ TEST_F(controller_test, cancel_during_a_run_leaves_the_destination_untouched) {
     EXPECT_EQ(host.Destination()->pixels, before);
     EXPECT_TRUE(host.Log().updatedAreas.empty());
     EXPECT_LT(host.Log().progressValues.size(), 500u);
+}
+
+TEST_F(controller_test, a_restart_draws_again_without_a_second_preparation) {
+    OpenFilter();
+    PlacePoints();
+    host.restartsLeft = 1;
+    host.RunFilter(module);
+    EXPECT_EQ(host.Log().updatedAreas.size(), 2u);
+    EXPECT_EQ(host.Log().progressTotals.size(), 1u) << "prepared once";
 }
 
 TEST_F(controller_test, an_rgba_layer_gets_no_colour_at_all) {
@@ -630,6 +647,14 @@ TEST_F(manager_test, progress_reports_each_new_step_once_and_passes_the_hosts_an
     ZephrineManager fresh;
     fresh.AttachServer(host.GetServer());
     EXPECT_EQ(ZephrineManager::OnProgress(4, 1, &fresh), 0);
+}
+
+TEST_F(manager_test, the_module_identifier_is_36_characters_and_a_nul) {
+    char buffer[kGuidBufferSize];
+    std::fill(std::begin(buffer), std::end(buffer), 'x');
+    manager.OnGetGuid(buffer);
+    EXPECT_EQ(std::string(buffer), "3A7C51E2-94B0-4F6D-8E21-C5D90B7A4F13");
+    EXPECT_EQ(buffer[37], 'x') << "nothing past the NUL";
 }
 
 }  // namespace

@@ -86,7 +86,6 @@ TEST_F(plugin_manager_test, the_run_loop_follows_the_host_answers) {
         Calls expected;
     };
     const Case cases[] = {
-        {"one pass", {}, {"prepare", "update", "calculate", "exit"}},
         {"exit at the first start skips the calculation", {stop}, {"prepare", "exit"}},
         {"restarts repeat parameters and calculation, prepared once",
          {go, again, go, again, stop},
@@ -96,6 +95,11 @@ TEST_F(plugin_manager_test, the_run_loop_follows_the_host_answers) {
         {"a zero end answer", {go, 0}, {"prepare", "update", "calculate", "exit"}},
     };
     Attach();
+    EXPECT_TRUE(manager->ExecuteFilter());
+    EXPECT_EQ(manager->calls, (Calls{"prepare", "update", "calculate", "exit"})) << "one pass";
+    ASSERT_EQ(host.Log().process.size(), 2u);
+    EXPECT_EQ(host.Log().process[0].first, kHostProcessStateStart);
+    EXPECT_EQ(host.Log().process[1].first, kHostProcessStateEnd);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         manager->calls.clear();
@@ -165,6 +169,7 @@ TEST_F(plugin_manager_test, blocks_map_each_channel_order_and_write_back_their_r
         // Only the destination goes back, over the whole layer.
         const BitmapBlock& dest = manager->Destination();
         dest.pixels[dest.rowBytes * 2 + 4 * c.depth] = 0xEE;
+        EXPECT_NE(host.Destination()->At(4, 2)[0], 0xEE) << "not before the write-back";
         manager->ApplyBitmap();
         EXPECT_EQ(host.Destination()->At(4, 2)[0], 0xEE);
         EXPECT_EQ(host.Layer()->At(4, 2)[0], layer.At(4, 2)[0]);
@@ -225,6 +230,7 @@ TEST_F(plugin_manager_test, destroying_the_manager_releases_bitmaps_and_property
 TEST_F(plugin_manager_test, notifications_17_and_33_reach_their_hooks_with_their_results) {
     Attach();
     manager->InitFilter();
+    EXPECT_NE(manager->Property(), nullptr);
     EXPECT_EQ(host.Panel(), manager->Property());
     EXPECT_EQ(host.Notify(205, kHostNotifyValueChanged), kHostPropertyModified);  // through the host
     EXPECT_EQ(manager->changedProperty, manager->Property());
@@ -329,6 +335,8 @@ TEST_F(plugin_manager_test, a_manager_without_a_usable_server_answers_safely_and
     host.GetServer()->recordSuite = nullptr;
     Attach();
     EXPECT_FALSE(manager->IsValid()) << "needs the records";
+    manager->AttachServer(nullptr);
+    EXPECT_FALSE(manager->IsValid());
 }
 
 }  // namespace
