@@ -246,30 +246,23 @@ TEST(move_effect_filter_test, degenerate_circle_targets) {
 
 TEST(move_effect_filter_test, single_to_half_truncates_and_flushes) {
     constexpr float kInf = std::numeric_limits<float>::infinity();
-    const std::pair<float, uint16_t> cases[] = {{65504.0f, 0x7BFF},
-                                                {65536.0f, 0x7C00},
-                                                {1e-5f, 0x0000},
-                                                {-0.0f, 0x8000},
-                                                {1.0f, 0x3C00},
-                                                {0.3f, 0x34CC},
-                                                {-2.0f, 0xC000},
-                                                {kInf, 0x7C00},
-                                                {-kInf, 0xFC00},
-                                                {std::numeric_limits<float>::quiet_NaN(), 0x7C00},
-                                                {std::numeric_limits<float>::denorm_min(), 0x0000}};
+    // clang-format off
+    const std::pair<float, uint16_t> cases[] = {
+        {65504.0f, 0x7BFF}, {65536.0f, 0x7C00}, {1e-5f, 0x0000}, {-0.0f, 0x8000}, {1.0f, 0x3C00}, {0.3f, 0x34CC},
+        {-2.0f, 0xC000}, {kInf, 0x7C00}, {-kInf, 0xFC00}, {std::numeric_limits<float>::quiet_NaN(), 0x7C00},
+        {std::numeric_limits<float>::denorm_min(), 0x0000}};
+    // clang-format on
     for (auto [single, half] : cases)
         EXPECT_EQ(MoveEffectFilter::Float32To16(single), half) << single;
 }
 
 TEST(move_effect_filter_test, half_to_single_at_the_listed_values) {
-    const std::pair<uint16_t, float> cases[] = {{0x0001, std::ldexp(1.0f, -25)},
-                                                {0x7C00, std::numeric_limits<float>::infinity()},
-                                                {0x3C00, 1.0f},
-                                                {0x3800, 0.5f},
-                                                {0xC000, -2.0f},
-                                                // Denormals come out at half their value.
-                                                {0x0200, std::ldexp(1.0f, -16)},
-                                                {0x8003, -3 * std::ldexp(1.0f, -25)}};
+    // Denormals come out at half their value.
+    // clang-format off
+    const std::pair<uint16_t, float> cases[] = {
+        {0x0001, std::ldexp(1.0f, -25)}, {0x7C00, std::numeric_limits<float>::infinity()}, {0x3C00, 1.0f},
+        {0x3800, 0.5f}, {0xC000, -2.0f}, {0x0200, std::ldexp(1.0f, -16)}, {0x8003, -3 * std::ldexp(1.0f, -25)}};
+    // clang-format on
     for (auto [half, single] : cases)
         EXPECT_EQ(MoveEffectFilter::Float16To32(half), single) << std::hex << half;
     EXPECT_TRUE(std::signbit(MoveEffectFilter::Float16To32(0x8000)));

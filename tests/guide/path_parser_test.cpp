@@ -251,8 +251,8 @@ TEST(prepare_test, leaves_pieces_alone_until_the_next_preparation) {
 
 namespace {
 
-// One call of MoveNext ('n') or MovePrev ('p') and what must follow; NaN, -1 and INT_MIN leave a field
-// unchecked.
+// One call of MoveNext ('n'), MovePrev ('p') or another cursor call and what must follow; NaN, -1 and INT_MIN
+// leave a field unchecked.
 struct Step {
     char move;
     double by;
@@ -263,19 +263,13 @@ struct Step {
     double t = kNaN;
 };
 
+constexpr PathPoint kAny{kNaN, kNaN};
+
 struct Walk {
     const char* behaviour;
     std::function<PathParser()> make;
     std::vector<Step> steps;
 };
-
-void ExpectStart(const PathParser& path) {
-    EXPECT_EQ(path.GetPosition().distance, 0);
-    EXPECT_EQ(path.GetPosition().index, 0);
-    EXPECT_EQ(path.GetPosition().t, 0);
-    EXPECT_FALSE(path.GetPosition().passedEnd);
-    EXPECT_POINT(path.GetPosition().point, 0, 0);
-}
 
 }  // namespace
 
@@ -289,59 +283,58 @@ TEST(walk_test, walks_open_looping_and_empty_paths_as_each_behaviour_requires) {
             return path;
         };
     };
+    // clang-format off
     const Walk walks[] = {
         // The last 10 are walked; the 20 left over count twice along the last piece's direction. Further
         // off the end the point stays one step ahead of the distance.
-        {"runs_past_the_end_of_an_open_path",
-         MakeOpenCorner,
-         {{'n', 30, {30, 0}},
-          {'n', 30, {60, 0}},
-          {'n', 30, {60, 30}, 90, 0},
-          {'n', 30, {60, 80}, 120, 1},
+        {"runs_past_the_end_of_an_open_path", MakeOpenCorner,
+         {{'n', 30, {30, 0}}, {'n', 30, {60, 0}}, {'n', 30, {60, 30}, 90, 0}, {'n', 30, {60, 80}, 120, 1},
           {'n', 30, {60, 120}, 150}}},
         {"stops_on_the_end_when_the_step_ends_there", MakeOpenCorner, {{'n', 100, {60, 40}, 100, 1}}},
         {"wraps_round_a_looping_path", MakeSquareRing, {{'n', 130, {25, 5}, 130, 1}}},
-        {"marks_the_end_of_a_looping_path_only_when_it_wraps",
-         MakeSquareRing,
-         {{'n', 70, {kNaN, kNaN}}, {'n', 20, {kNaN, kNaN}, kNaN, 0}, {'n', 20, {10, 0}, kNaN, 1}}},
-        {"walks_back_across_the_start_of_a_looping_path_without_marking_the_end",
-         MakeSquareRing,
-         {{'n', 10, {kNaN, kNaN}}, {'p', 20, {0, 10}, -10, 0}}},
-        {"walks_back_along_the_path",
-         MakeOpenCorner,
-         {{'n', 80, {kNaN, kNaN}}, {'p', 45, {35, 0}, 35}, {'n', -5, {30, 0}}, {'p', -10, {40, 0}}}},
-        {"steps_off_the_start_from_zero_onto_the_backward_extension",
-         MakeOpenCorner,
+        {"marks_the_end_of_a_looping_path_only_when_it_wraps", MakeSquareRing,
+         {{'n', 70, kAny}, {'n', 20, kAny, kNaN, 0}, {'n', 20, {10, 0}, kNaN, 1}}},
+        {"walks_back_across_the_start_of_a_looping_path_without_marking_the_end", MakeSquareRing,
+         {{'n', 10, kAny}, {'p', 20, {0, 10}, -10, 0}}},
+        {"walks_back_along_the_path", MakeOpenCorner,
+         {{'n', 80, kAny}, {'p', 45, {35, 0}, 35}, {'n', -5, {30, 0}}, {'p', -10, {40, 0}}}},
+        {"steps_off_the_start_from_zero_onto_the_backward_extension", MakeOpenCorner,
          {{'p', 10, {-10, 0}, -10, -1, 0, 0}, {'p', 10, {-20, 0}, -20}}},
-        {"stops_at_the_start_when_stepping_off_it_from_5",
-         MakeOpenCorner,
-         {{'n', 5, {kNaN, kNaN}}, {'p', 10, {0, 0}, -5, -1, -1, 1}, {'p', 10, {-15, 0}, -15}}},
+        {"stops_at_the_start_when_stepping_off_it_from_5", MakeOpenCorner,
+         {{'n', 5, kAny}, {'p', 10, {0, 0}, -5, -1, -1, 1}, {'p', 10, {-15, 0}, -15}}},
         // The point lands at the old distance less the step while the distance grows by the step.
-        {"moves_forward_on_the_backward_extension_behind_the_start",
-         MakeOpenCorner,
-         {{'p', 20, {kNaN, kNaN}}, {'n', 5, {-25, 0}, -15, 0}}},
+        {"moves_forward_on_the_backward_extension_behind_the_start", MakeOpenCorner,
+         {{'p', 20, kAny}, {'n', 5, {-25, 0}, -15, 0}}},
         {"passes_over_zero_length_pieces", zeroPiece, {{'n', 15, {15, 0}}, {'p', 12, {3, 0}}}},
         // The distance still runs out on an empty path, so a walker waiting for the end gets there.
-        {"walks_an_empty_path_without_moving",
-         empty(false),
-         {{'n', 5, {0, 0}, 5, 1}, {'p', 20, {0, 0}, -15}}},
+        {"walks_an_empty_path_without_moving", empty(false), {{'n', 5, {0, 0}, 5, 1}, {'p', 20, {0, 0}, -15}}},
         {"walks_an_empty_looping_path_without_moving", empty(true), {{'n', 5, {0, 0}, kNaN, 1}}},
-        {"walks_back_from_past_the_end_from_the_last_piece",
-         MakeOpenCorner,
-         {{'n', 120, {kNaN, kNaN}, kNaN, -1, 2}, {'p', 10, {60, 30}, 110, 1, 1}}},
-        {"walks_a_looping_path_of_no_length_without_spinning",
-         [] { return MakeClosedCubic(true); },
+        {"walks_back_from_past_the_end_from_the_last_piece", MakeOpenCorner,
+         {{'n', 120, kAny, kNaN, -1, 2}, {'p', 10, {60, 30}, 110, 1, 1}}},
+        {"walks_a_looping_path_of_no_length_without_spinning", [] { return MakeClosedCubic(true); },
          {{'n', 5, {10, 10}, kNaN, 1}, {'p', 50, {10, 10}, -45}}},
-        {"drops_whole_laps_of_a_huge_step_on_a_ring",
-         MakeSquareRing,
+        {"drops_whole_laps_of_a_huge_step_on_a_ring", MakeSquareRing,
          {{'n', 1e9 + 30, {25, 5}, kNaN, 1}, {'p', 1e12 + 5, {25, 0}}}},
+        // 's' stores the position, 'r' restores it in full, 'z' resets to the start.
+        {"restores_a_stored_position_in_full", MakeOpenCorner,
+         {{'n', 30, kAny}, {'s', 0, {30, 0}, 30, 0, 0, 0.5}, {'n', 200, kAny, kNaN, 1},
+          {'r', 0, {30, 0}, 30, 0, 0, 0.5}, {'n', 45, {60, 15}}}},
+        {"returns_to_the_start_on_reset", MakeOpenCorner,
+         {{'n', 130, kAny}, {'z', 0, {0, 0}, 0, 0, 0, 0}}},
     };
+    // clang-format on
     for (const Walk& walk : walks) {
         PathParser path = walk.make();
+        PositionData stored{};
         for (std::size_t i = 0; i < walk.steps.size(); ++i) {
             const Step& step = walk.steps[i];
             SCOPED_TRACE(testing::Message() << walk.behaviour << ", step " << i + 1);
-            const PathPoint point = step.move == 'n' ? path.MoveNext(step.by) : path.MovePrev(step.by);
+            if (step.move == 's') stored = path.StorePosition();
+            if (step.move == 'r') path.RestorePosition(stored);
+            if (step.move == 'z') path.ResetPosition();
+            const PathPoint point = step.move == 'n'   ? path.MoveNext(step.by)
+                                    : step.move == 'p' ? path.MovePrev(step.by)
+                                                       : path.GetPosition().point;
             const PositionData& at = path.GetPosition();
             // An unchecked field is compared with itself.
             const PathPoint want = std::isnan(step.at.x) ? point : step.at;
@@ -365,31 +358,16 @@ TEST(walk_test, changes_nothing_on_a_zero_step) {
     EXPECT_EQ(path.GetPosition().t, before.t);
 }
 
-TEST(walk_test, restores_a_stored_position_in_full) {
+TEST(walk_test, returns_to_the_start_on_preparation) {
     PathParser path = MakeOpenCorner();
-    path.MoveNext(30);
-    const PositionData stored = path.StorePosition();
-    path.MoveNext(200);
-    ASSERT_TRUE(path.GetPosition().passedEnd);
-
-    path.RestorePosition(stored);
-    EXPECT_EQ(path.GetPosition().distance, 30);
-    EXPECT_EQ(path.GetPosition().index, stored.index);
-    EXPECT_EQ(path.GetPosition().t, stored.t);
-    EXPECT_FALSE(path.GetPosition().passedEnd);
-    EXPECT_POINT(path.GetPosition().point, 30, 0);
-    EXPECT_POINT(path.MoveNext(45), 60, 15);
-}
-
-TEST(walk_test, returns_to_the_start_on_reset_and_on_preparation) {
-    PathParser path = MakeOpenCorner();
-    path.MoveNext(130);
-    path.ResetPosition();
-    ExpectStart(path);
     path.MoveNext(150);
     path.PrepareSegments(true);
     EXPECT_TRUE(path.IsLoop());
-    ExpectStart(path);
+    EXPECT_EQ(path.GetPosition().distance, 0);
+    EXPECT_EQ(path.GetPosition().index, 0);
+    EXPECT_EQ(path.GetPosition().t, 0);
+    EXPECT_FALSE(path.GetPosition().passedEnd);
+    EXPECT_POINT(path.GetPosition().point, 0, 0);
 }
 
 TEST(walk_test, walks_from_the_start_when_the_cursor_lies_before_the_first_piece) {
