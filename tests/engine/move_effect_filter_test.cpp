@@ -53,14 +53,15 @@ void PutSample(std::vector<unsigned char>& out, int format, double value) {
 }
 
 double ReadSample(const unsigned char* at, int format) {
+    if (format == 0) return *at;
+    if (format == 3) {
+        float single;
+        std::memcpy(&single, at, 4);
+        return single;
+    }
     uint16_t word;
-    float single;
     std::memcpy(&word, at, 2);
-    std::memcpy(&single, at, 4);
-    return format == 0   ? *at
-           : format == 1 ? word
-           : format == 2 ? MoveEffectFilter::Float16To32(word)
-                         : single;
+    return format == 1 ? word : MoveEffectFilter::Float16To32(word);
 }
 
 // A base image whose every pixel holds `samples` (memory order, 0..1), channel offsets in order.
