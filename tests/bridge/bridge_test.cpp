@@ -99,27 +99,20 @@ std::vector<std::string> ListFiles(const std::string& folder, const char* extens
 
 }  // namespace
 
-TEST(bridge_test, a_four_byte_character_becomes_a_surrogate_pair) {
-    EXPECT_EQ(ToUtf16("\xF0\x9F\x98\x80"), u"\U0001F600");
+TEST(bridge_test, utf8_decoding_repairs_invalid_sequences_with_replacement_characters) {
+    const std::pair<const char*, std::u16string> cases[] = {
+        {"\xF0\x9F\x98\x80", u"\U0001F600"},  // a surrogate pair
+        {"\xFF", u"\uFFFD"},                  // a lone invalid byte: one replacement
+        {"a\xE2\x82"
+         "b",
+         u"a\uFFFDb"},                              // truncated sequence: one replacement
+        {"\xC0\xAF", u"\uFFFD\uFFFD"},              // overlong form: each byte replaced
+        {"\xED\xA0\x80x", u"\uFFFD\uFFFD\uFFFDx"},  // encoded surrogate
+        {"Gr\xC3\xBC\xC3\x9F", u"Grüß"},
+    };
+    for (const auto& [utf8, utf16] : cases)
+        EXPECT_EQ(ToUtf16(utf8), utf16) << utf8;
     EXPECT_EQ(ToUtf16("\xF0\x9F\x98\x80").size(), 2u);
-}
-
-TEST(bridge_test, a_lone_invalid_byte_becomes_one_replacement_character) {
-    int32_t count = -1;
-    uint16_t* units = ST_Utf8ToUtf16("\xFF", &count);
-    ASSERT_NE(units, nullptr);
-    ASSERT_EQ(count, 1);
-    EXPECT_EQ(units[0], 0xFFFD);
-    ST_FreeUtf16(units);
-}
-
-TEST(bridge_test, invalid_utf8_sequences_are_repaired_in_place) {
-    EXPECT_EQ(ToUtf16("a\xE2\x82"
-                      "b"),
-              u"a\uFFFDb");                                       // truncated sequence: one replacement
-    EXPECT_EQ(ToUtf16("\xC0\xAF"), u"\uFFFD\uFFFD");              // overlong form: each byte replaced
-    EXPECT_EQ(ToUtf16("\xED\xA0\x80x"), u"\uFFFD\uFFFD\uFFFDx");  // encoded surrogate
-    EXPECT_EQ(ToUtf16("Gr\xC3\xBC\xC3\x9F"), u"Grüß");
 }
 
 TEST(bridge_test, utf8_decoding_of_null_or_empty_text_gives_a_count_of_zero) {
@@ -133,67 +126,32 @@ TEST(bridge_test, utf8_decoding_of_null_or_empty_text_gives_a_count_of_zero) {
     ST_FreeUtf16(units);
 }
 
-TEST(bridge_test, a_lone_high_surrogate_becomes_the_three_bytes_of_the_replacement_character) {
-    const uint16_t lone[] = {0xD800};
-    char* bytes = ST_Utf16ToUtf8(lone, 1);
-    ASSERT_NE(bytes, nullptr);
-    EXPECT_STREQ(bytes, "\xEF\xBF\xBD");
-    ST_FreeUtf8(bytes);
-}
-
 TEST(bridge_test, utf16_encoding_repairs_every_unpaired_surrogate_and_keeps_pairs) {
-    EXPECT_EQ(ToUtf8(u"\U0001F600"), "\xF0\x9F\x98\x80");
-    const std::u16string broken = {u'a', char16_t(0xDC00), u'b', char16_t(0xD83D), u'c', char16_t(0xD83D)};
-    EXPECT_EQ(ToUtf8(broken),
-              "a\xEF\xBF\xBD"
-              "b\xEF\xBF\xBD"
-              "c\xEF\xBF\xBD");
-    EXPECT_EQ(ToUtf8(u"é€"), "\xC3\xA9\xE2\x82\xAC");
+    const std::pair<std::u16string, const char*> cases[] = {
+        {{char16_t(0xD800)}, "\xEF\xBF\xBD"},  // a lone high surrogate
+        {u"\U0001F600", "\xF0\x9F\x98\x80"},
+        {{u'a', char16_t(0xDC00), u'b', char16_t(0xD83D), u'c', char16_t(0xD83D)},
+         "a\xEF\xBF\xBD"
+         "b\xEF\xBF\xBD"
+         "c\xEF\xBF\xBD"},
+        {u"é€", "\xC3\xA9\xE2\x82\xAC"},
+        {u"", ""},  // zero units: an empty terminated string
+    };
+    for (const auto& [utf16, utf8] : cases)
+        EXPECT_EQ(ToUtf8(utf16), utf8) << utf8;
 }
 
-TEST(bridge_test, utf16_encoding_of_zero_units_is_an_empty_terminated_string) {
-    const uint16_t unused[] = {u'x'};
-    char* bytes = ST_Utf16ToUtf8(unused, 0);
-    ASSERT_NE(bytes, nullptr);
-    EXPECT_EQ(bytes[0], '\0');
-    ST_FreeUtf8(bytes);
-}
-
-TEST(bridge_test, utf16_encoding_rejects_null_units_and_negative_counts) {
+TEST(bridge_test, null_units_negative_counts_and_null_frees_are_refused_or_ignored) {
     const uint16_t units[] = {u'x'};
     EXPECT_EQ(ST_Utf16ToUtf8(nullptr, 0), nullptr);
     EXPECT_EQ(ST_Utf16ToUtf8(units, -1), nullptr);
-}
-
-TEST(bridge_test, free_functions_ignore_null) {
+    char* empty = ST_Utf16ToUtf8(units, 0);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(empty[0], '\0');
+    ST_FreeUtf8(empty);
     ST_FreeUtf16(nullptr);
     ST_FreeUtf8(nullptr);
     ST_FreeEnumFiles(nullptr, 5);
-}
-
-TEST(bridge_test, folding_fills_the_destination_when_it_fits) {
-    const uint16_t abc[] = {u'A', u'B', u'C'};
-    uint16_t out[3] = {};
-    ASSERT_EQ(ST_ToLowerCase(abc, 3, out, 3), 3);
-    EXPECT_EQ(std::u16string(out, out + 3), u"abc");
-}
-
-TEST(bridge_test, folding_into_a_short_destination_fails_and_leaves_it_untouched) {
-    const uint16_t abc[] = {u'A', u'B', u'C'};
-    uint16_t out[2] = {u'?', u'?'};
-    EXPECT_EQ(ST_ToLowerCase(abc, 3, out, 2), ST_ERROR_CAPACITY);
-    EXPECT_EQ(out[0], u'?');
-    EXPECT_EQ(out[1], u'?');
-}
-
-TEST(bridge_test, folding_rejects_null_buffers_and_negative_counts) {
-    const uint16_t abc[] = {u'A', u'B', u'C'};
-    uint16_t out[8];
-    EXPECT_EQ(ST_ToLowerCase(abc, 3, nullptr, 8), ST_ERROR_ARGUMENT);
-    EXPECT_EQ(ST_ToLowerCase(nullptr, 3, out, 8), ST_ERROR_ARGUMENT);
-    EXPECT_EQ(ST_ToLowerCase(abc, -1, out, 8), ST_ERROR_ARGUMENT);
-    EXPECT_EQ(ST_ToLowerCase(abc, 3, out, -1), ST_ERROR_ARGUMENT);
-    EXPECT_EQ(ST_ToLowerCase(abc, 0, out, 0), 0);
 }
 
 TEST(bridge_test, folding_follows_unicode_rather_than_ascii) {
@@ -211,31 +169,37 @@ TEST(bridge_test, folding_follows_unicode_rather_than_ascii) {
     EXPECT_EQ(fold(std::u16string{u'A', char16_t(0xD800)}), u"a\uFFFD");
 }
 
-TEST(bridge_test, app_support_path_is_the_xdg_data_home_without_its_trailing_slash) {
-    EnvOverride data("XDG_DATA_HOME", "/srv/data/home/");
-    EXPECT_EQ(TakeAppSupportPath(), "/srv/data/home");
+TEST(bridge_test, folding_fills_a_destination_that_fits_and_leaves_a_short_one_untouched) {
+    const uint16_t abc[] = {u'A', u'B', u'C'};
+    uint16_t out[3] = {u'?', u'?', u'?'};
+    EXPECT_EQ(ST_ToLowerCase(abc, 3, out, 2), ST_ERROR_CAPACITY);
+    EXPECT_EQ(std::u16string(out, out + 3), u"???");
+    ASSERT_EQ(ST_ToLowerCase(abc, 3, out, 3), 3);
+    EXPECT_EQ(std::u16string(out, out + 3), u"abc");
+    EXPECT_EQ(ST_ToLowerCase(abc, 0, out, 0), 0);
+    EXPECT_EQ(ST_ToLowerCase(abc, 3, nullptr, 8), ST_ERROR_ARGUMENT);
+    EXPECT_EQ(ST_ToLowerCase(nullptr, 3, out, 8), ST_ERROR_ARGUMENT);
+    EXPECT_EQ(ST_ToLowerCase(abc, -1, out, 8), ST_ERROR_ARGUMENT);
+    EXPECT_EQ(ST_ToLowerCase(abc, 3, out, -1), ST_ERROR_ARGUMENT);
 }
 
-TEST(bridge_test, app_support_path_falls_back_to_the_local_share_folder_of_home) {
-    EnvOverride home("HOME", "/home/someone");
-    {
-        EnvOverride data("XDG_DATA_HOME", nullptr);
-        EXPECT_EQ(TakeAppSupportPath(), "/home/someone/.local/share");
+TEST(bridge_test, app_support_path_is_an_absolute_xdg_data_home_else_the_local_share_folder_of_home) {
+    const struct {
+        const char* xdg;
+        const char* home;
+        const char* path;
+    } cases[] = {
+        {"/srv/data/home/", "/home/someone", "/srv/data/home"},  // without its trailing slash
+        {nullptr, "/home/someone", "/home/someone/.local/share"},
+        {"", "/home/someone", "/home/someone/.local/share"},
+        {"relative/path", "/home/someone", "/home/someone/.local/share"},
+        {nullptr, nullptr, "<null>"},  // no home at all
+    };
+    for (const auto& c : cases) {
+        EnvOverride data("XDG_DATA_HOME", c.xdg);
+        EnvOverride home("HOME", c.home);
+        EXPECT_EQ(TakeAppSupportPath(), c.path) << (c.xdg ? c.xdg : "(unset)");
     }
-    {
-        EnvOverride data("XDG_DATA_HOME", "");
-        EXPECT_EQ(TakeAppSupportPath(), "/home/someone/.local/share");
-    }
-    {
-        EnvOverride data("XDG_DATA_HOME", "relative/path");
-        EXPECT_EQ(TakeAppSupportPath(), "/home/someone/.local/share");
-    }
-}
-
-TEST(bridge_test, app_support_path_is_null_without_any_home) {
-    EnvOverride data("XDG_DATA_HOME", nullptr);
-    EnvOverride home("HOME", nullptr);
-    EXPECT_EQ(ST_GetAppSupportPath(), nullptr);
 }
 
 TEST(bridge_test, create_directory_makes_missing_parents_and_accepts_an_existing_folder) {
@@ -256,52 +220,33 @@ TEST(bridge_test, create_directory_fails_below_a_regular_file_and_on_bad_argumen
     EXPECT_FALSE(ST_CreateDirectory(""));
 }
 
-TEST(bridge_test, listing_matches_the_extension_whatever_its_letter_case) {
+TEST(bridge_test, listing_folds_the_extension_case_and_includes_hidden_items_and_sub_folders) {
     ScratchDir dir;
-    Touch(dir / "a.svg");
-    Touch(dir / "B.Svg");
-    Touch(dir / "c.txt");
-    Touch(dir / "svg");
-    EXPECT_THAT(ListFiles(dir.path(), ".SVG"), UnorderedElementsAre(dir / "a.svg", dir / "B.Svg"));
-}
-
-TEST(bridge_test, listing_includes_hidden_items_and_sub_folders) {
-    ScratchDir dir;
-    Touch(dir / ".hidden.ini");
+    for (const char* name : {"a.svg", "B.Svg", "c.txt", "svg", ".hidden.ini", "bad\xFF.ini"})
+        Touch(dir / name);
     fs::create_directory(dir / "folder.ini");
-    Touch(dir / "other");
-    EXPECT_THAT(ListFiles(dir.path(), ".ini"), UnorderedElementsAre(dir / ".hidden.ini", dir / "folder.ini"));
+    EXPECT_THAT(ListFiles(dir.path(), ".SVG"), UnorderedElementsAre(dir / "a.svg", dir / "B.Svg"));
+    // Folder and name are joined with exactly one slash; names that are not UTF-8 are repaired.
+    EXPECT_THAT(ListFiles(dir.path() + "//", ".ini"),
+                UnorderedElementsAre(dir / ".hidden.ini", dir / "folder.ini", dir / "bad\xEF\xBF\xBD.ini"));
     EXPECT_THAT(ListFiles(dir.path(), ""),
-                UnorderedElementsAre(dir / ".hidden.ini", dir / "folder.ini", dir / "other"));
-}
-
-TEST(bridge_test, listing_joins_folder_and_name_with_exactly_one_slash) {
-    ScratchDir dir;
-    Touch(dir / "a.ini");
-    EXPECT_THAT(ListFiles(dir.path() + "//", ".ini"), UnorderedElementsAre(dir / "a.ini"));
-}
-
-TEST(bridge_test, listing_repairs_names_that_are_not_utf8) {
-    ScratchDir dir;
-    Touch(dir / "bad\xFF.ini");
-    EXPECT_THAT(ListFiles(dir.path(), ".ini"), UnorderedElementsAre(dir / "bad\xEF\xBF\xBD.ini"));
+                UnorderedElementsAre(dir / "a.svg", dir / "B.Svg", dir / "c.txt", dir / "svg",
+                                     dir / ".hidden.ini", dir / "bad\xEF\xBF\xBD.ini", dir / "folder.ini"));
 }
 
 TEST(bridge_test, listing_without_matches_gives_null_and_a_count_of_zero) {
     ScratchDir dir;
     Touch(dir / "a.txt");
-    int32_t count = -1;
-    EXPECT_EQ(ST_EnumFiles(dir.path().c_str(), ".svg", &count), nullptr);
-    EXPECT_EQ(count, 0);
-    count = -1;
-    EXPECT_EQ(ST_EnumFiles((dir / "missing").c_str(), ".svg", &count), nullptr);
-    EXPECT_EQ(count, 0);
-    count = -1;
-    EXPECT_EQ(ST_EnumFiles(nullptr, ".svg", &count), nullptr);
-    EXPECT_EQ(count, 0);
-    count = -1;
-    EXPECT_EQ(ST_EnumFiles(dir.path().c_str(), nullptr, &count), nullptr);
-    EXPECT_EQ(count, 0);
+    const std::string missing = dir / "missing";
+    const std::pair<const char*, const char*> cases[] = {{dir.path().c_str(), ".svg"},
+                                                         {missing.c_str(), ".svg"},
+                                                         {nullptr, ".svg"},
+                                                         {dir.path().c_str(), nullptr}};
+    for (const auto& [folder, extension] : cases) {
+        int32_t count = -1;
+        EXPECT_EQ(ST_EnumFiles(folder, extension, &count), nullptr);
+        EXPECT_EQ(count, 0);
+    }
 }
 
 TEST(bridge_death_test, freeing_a_list_with_a_negative_count_stops_the_process) {

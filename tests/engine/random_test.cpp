@@ -14,14 +14,10 @@ TEST(random_test, generator_step_follows_the_standard_minimal_generator) {
             state = Random::Advance(state);
             ASSERT_EQ(state, reference()) << "seed " << seed << " step " << i;
         }
+        if (seed == 1) {
+            EXPECT_EQ(state, 399268537u);  // the published check value
+        }
     }
-}
-
-TEST(random_test, ten_thousandth_value_from_seed_one_is_the_published_check_value) {
-    uint32_t state = 1;
-    for (int i = 0; i < 10000; ++i)
-        state = Random::Advance(state);
-    EXPECT_EQ(state, 399268537u);
 }
 
 TEST(random_test, two_draws_combine_as_the_standard_uniform_distribution_does) {
@@ -33,45 +29,32 @@ TEST(random_test, two_draws_combine_as_the_standard_uniform_distribution_does) {
         std::uniform_real_distribution<double> uniform(0.0, 1.0);
         ASSERT_DOUBLE_EQ(Random::ToUnit(a, b), uniform(generator));
     }
-}
-
-TEST(random_test, unit_value_spans_zero_up_to_but_not_including_one) {
     EXPECT_EQ(Random::ToUnit(1, 1), 0.0);
     EXPECT_LT(Random::ToUnit(Random::kModulus - 1, Random::kModulus - 1), 1.0);
 }
 
-TEST(random_test, values_stay_in_the_half_open_range) {
-    Random random(-2.5, 4.0);
-    for (int i = 0; i < 10000; ++i) {
-        const double v = random.Uniform();
-        ASSERT_GE(v, -2.5);
-        ASSERT_LT(v, 4.0);
-    }
-}
-
-TEST(random_test, equal_bounds_always_give_that_bound) {
-    Random random(0.75, 0.75);
-    for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(random.Uniform(), 0.75);
-}
-
-TEST(random_test, reversed_bounds_give_values_above_max_up_to_min) {
-    Random random(1.0, 0.0);
-    for (int i = 0; i < 10000; ++i) {
-        const double v = random.Uniform();
-        ASSERT_GT(v, 0.0);
-        ASSERT_LE(v, 1.0);
-    }
-}
-
-TEST(random_test, set_range_moves_later_values_into_the_new_range) {
-    Random random(0.0, 1.0);
-    random.Uniform();
-    random.SetRange(10.0, 20.0);
-    for (int i = 0; i < 1000; ++i) {
-        const double v = random.Uniform();
-        ASSERT_GE(v, 10.0);
-        ASSERT_LT(v, 20.0);
+TEST(random_test, values_stay_in_the_range_between_the_bounds) {
+    // Reversed bounds give values above max up to and including min; equal bounds give that bound.
+    const struct {
+        double min, max, low, high;
+        bool lowIncluded, highIncluded;
+    } cases[] = {{-2.5, 4.0, -2.5, 4.0, true, false},
+                 {1.0, 0.0, 0.0, 1.0, false, true},
+                 {0.75, 0.75, 0.75, 0.75, true, true},
+                 {10.0, 20.0, 10.0, 20.0, true, false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.min << ".." << c.max);
+        Random random(c.min, c.max);
+        if (c.min == 10.0) {  // SetRange moves later values into the new range
+            random.SetRange(0.0, 1.0);
+            random.Uniform();
+            random.SetRange(c.min, c.max);
+        }
+        for (int i = 0; i < 10000; ++i) {
+            const double v = random.Uniform();
+            ASSERT_TRUE(c.lowIncluded ? v >= c.low : v > c.low) << v;
+            ASSERT_TRUE(c.highIncluded ? v <= c.high : v < c.high) << v;
+        }
     }
 }
 

@@ -42,23 +42,28 @@ protected:
         dir = std::filesystem::temp_directory_path() / ("brivane_host_tool_test_" + std::to_string(getpid()));
         std::filesystem::create_directories(dir);
         std::string error;
-        PngImage layer;
-        layer.width = 8;
-        layer.height = 4;
-        layer.channels = 3;
-        layer.pixels.assign(layer.RowBytes() * layer.height, 255);
+        PngImage layer = Image(8, 3, 255);
         ASSERT_TRUE(WritePng(Path("layer.png"), layer, error)) << error;
-        PngImage selection;
-        selection.width = 8;
-        selection.height = 4;
-        selection.channels = 1;
-        selection.pixels.assign(8 * 4, 0);
+        PngImage selection = Image(8, 1, 0);
         for (int y = 0; y < 4; ++y)
             selection.pixels[y * 8 + 7] = 255;  // the right column
         ASSERT_TRUE(WritePng(Path("selection.png"), selection, error)) << error;
-        selection.width = 4;
-        selection.pixels.resize(4 * 4);
-        ASSERT_TRUE(WritePng(Path("small.png"), selection, error)) << error;
+        ASSERT_TRUE(WritePng(Path("small.png"), Image(4, 1, 0), error)) << error;
+    }
+    // A 4 rows high image of one value.
+    static PngImage Image(int width, int channels, uint8_t value) {
+        PngImage image;
+        image.width = width;
+        image.height = 4;
+        image.channels = channels;
+        image.pixels.assign(image.RowBytes() * image.height, value);
+        return image;
+    }
+    static PngImage ReadOut(const std::string& path) {
+        PngImage image;
+        std::string error;
+        EXPECT_TRUE(ReadPng(path, image, error)) << error;
+        return image;
     }
     static void TearDownTestSuite() { std::filesystem::remove_all(dir); }
     static std::string Path(const std::string& name) { return (dir / name).string(); }
@@ -77,9 +82,7 @@ TEST_F(host_tool_test, fills_the_selection_of_a_layer_and_writes_it_out) {
     const Outcome run = RunHost("-i " + Path("layer.png") + " -s " + Path("selection.png") + " -o " + out +
                                 " --color 0a141e --runs 2 --restart 1 -q" + kStandIn);
     ASSERT_EQ(run.status, 0) << run.output;
-    PngImage image;
-    std::string error;
-    ASSERT_TRUE(ReadPng(out, image, error)) << error;
+    const PngImage image = ReadOut(out);
     ASSERT_EQ(image.channels, 4);
     const uint8_t* right = &image.pixels[(2 * 8 + 7) * 4];
     const uint8_t* left = &image.pixels[(2 * 8 + 0) * 4];
@@ -92,10 +95,7 @@ TEST_F(host_tool_test, a_cancelled_run_writes_the_layer_unchanged) {
     const Outcome run = RunHost("-i " + Path("layer.png") + " -o " + out + " --cancel-at 1" + kStandIn);
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_NE(run.output.find("run 1 cancelled"), std::string::npos) << run.output;
-    PngImage image;
-    std::string error;
-    ASSERT_TRUE(ReadPng(out, image, error)) << error;
-    EXPECT_EQ(image.pixels, std::vector<uint8_t>(8 * 4 * 4, 255));
+    EXPECT_EQ(ReadOut(out).pixels, std::vector<uint8_t>(8 * 4 * 4, 255));
 }
 
 TEST_F(host_tool_test, the_panel_listing_shows_the_filter_names_from_the_resource_file) {

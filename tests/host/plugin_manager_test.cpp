@@ -13,6 +13,9 @@ using namespace brivane::tools;
 
 namespace {
 
+using Calls = std::vector<std::string>;
+using Kinds = std::vector<int64_t>;
+
 class RecordingManager : public PluginManager {
 public:
     void OnGetGuid(char* buffer) override { std::strncpy(buffer, guid.c_str(), kGuidBufferSize); }
@@ -40,7 +43,7 @@ public:
     _Property* Property() const { return m_property; }
 
     std::string guid = "3A7C51E2-94B0-4F6D-8E21-C5D90B7A4F13";
-    std::vector<std::string> calls;
+    Calls calls;
     bool allocate = false;
     bool redraw = true;
     _Property* changedProperty = nullptr;
@@ -74,41 +77,41 @@ protected:
     SimLiveObjects baseline;
 };
 
-using Calls = std::vector<std::string>;
-
-TEST_F(plugin_manager_test, a_run_prepares_calculates_once_and_exits) {
+TEST_F(plugin_manager_test, the_run_loop_follows_the_host_answers) {
+    constexpr int64_t go = kHostProcessAnswerContinue, again = kHostProcessAnswerRestart,
+                      stop = kHostProcessAnswerExit;
+    struct Case {
+        const char* name;
+        std::vector<int64_t> answers;  // the host's answers in turn; continue once they run out
+        Calls expected;
+    };
+    const Case cases[] = {
+        {"exit at the first start skips the calculation", {stop}, {"prepare", "exit"}},
+        {"restarts repeat parameters and calculation, prepared once",
+         {go, again, go, again, stop},
+         {"prepare", "update", "calculate", "update", "calculate", "exit"}},
+        {"exit at the end", {go, stop}, {"prepare", "update", "calculate", "exit"}},
+        {"an unknown end answer", {go, 999}, {"prepare", "update", "calculate", "exit"}},
+        {"a zero end answer", {go, 0}, {"prepare", "update", "calculate", "exit"}},
+    };
     Attach();
     EXPECT_TRUE(manager->ExecuteFilter());
-    EXPECT_EQ(manager->calls, (Calls{"prepare", "update", "calculate", "exit"}));
+    EXPECT_EQ(manager->calls, (Calls{"prepare", "update", "calculate", "exit"})) << "one pass";
     ASSERT_EQ(host.Log().process.size(), 2u);
     EXPECT_EQ(host.Log().process[0].first, kHostProcessStateStart);
     EXPECT_EQ(host.Log().process[1].first, kHostProcessStateEnd);
-}
-
-TEST_F(plugin_manager_test, exit_answer_to_start_skips_parameters_and_calculation) {
-    Attach();
-    host.scriptedAnswers = {kHostProcessAnswerExit};
-    EXPECT_TRUE(manager->ExecuteFilter());
-    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
-}
-
-TEST_F(plugin_manager_test, restart_answers_repeat_the_pass_with_the_same_preparation) {
-    Attach();
-    host.scriptedAnswers = {kHostProcessAnswerContinue, kHostProcessAnswerRestart, kHostProcessAnswerContinue,
-                            kHostProcessAnswerRestart, kHostProcessAnswerExit};
-    EXPECT_TRUE(manager->ExecuteFilter());
-    EXPECT_EQ(manager->calls, (Calls{"prepare", "update", "calculate", "update", "calculate", "exit"}));
-}
-
-TEST_F(plugin_manager_test, any_end_answer_but_restart_ends_the_loop) {
-    for (int64_t answer :
-         {int64_t{kHostProcessAnswerContinue}, int64_t{kHostProcessAnswerExit}, int64_t{0}, int64_t{999}}) {
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
         manager->calls.clear();
-        Attach();
-        host.scriptedAnswers = {kHostProcessAnswerContinue, answer};
-        manager->ExecuteFilter();
-        EXPECT_EQ(manager->calls, (Calls{"prepare", "update", "calculate", "exit"})) << answer;
+        host.scriptedAnswers.assign(c.answers.begin(), c.answers.end());
+        EXPECT_TRUE(manager->ExecuteFilter());
+        EXPECT_EQ(manager->calls, c.expected);
     }
+    EXPECT_EQ(host.Log().process.back().first, kHostProcessStateEnd);
+
+    host.scriptedAnswers = {again};
+    EXPECT_EQ(manager->GetCurrentHostState(kHostProcessStateContinue), again);
+    EXPECT_EQ(host.Log().process.back().first, kHostProcessStateContinue);
 }
 
 TEST_F(plugin_manager_test, a_host_without_a_run_record_gets_no_calculation) {
@@ -119,23 +122,15 @@ TEST_F(plugin_manager_test, a_host_without_a_run_record_gets_no_calculation) {
     EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
 }
 
-TEST_F(plugin_manager_test, host_state_is_the_host_answer) {
-    Attach();
-    host.scriptedAnswers = {kHostProcessAnswerRestart};
-    EXPECT_EQ(manager->GetCurrentHostState(kHostProcessStateContinue), kHostProcessAnswerRestart);
-    EXPECT_EQ(host.Log().process.back().first, kHostProcessStateContinue);
-}
-
-struct OrderCase {
-    int64_t order;
-    int64_t indices[4];
-    int64_t channelCode;
-    int64_t depth;
-    std::vector<int64_t> channelIndex;  // all five entries of the block
-};
-
-TEST_F(plugin_manager_test, blocks_map_each_channel_order_to_its_bitmap) {
-    const OrderCase cases[] = {
+TEST_F(plugin_manager_test, blocks_map_each_channel_order_and_write_back_their_rectangle) {
+    struct Case {
+        int64_t order;
+        int64_t indices[4];
+        int64_t channelCode;
+        int64_t depth;
+        std::vector<int64_t> channelIndex;  // all five entries of the block
+    };
+    const Case cases[] = {
         {kHostChannelOrderGrayAlpha, {0, 1, 2, 3}, kHostChannelCodeGrayAlpha, 2, {0, 0, 0, 0, 0}},
         {kHostChannelOrderRgbAlpha, {2, 1, 0, 3}, kHostChannelCodeRgbAlpha, 4, {2, 1, 0, 0, 0}},
         {kHostChannelOrderRgba, {1, 2, 3, 0}, kHostChannelCodeRgba, 4, {1, 2, 3, 0, 0}},
@@ -144,7 +139,8 @@ TEST_F(plugin_manager_test, blocks_map_each_channel_order_to_its_bitmap) {
         {9, {0, 1, 2, 3}, kHostChannelCodeAlpha, 1, {0, 0, 0, 0, 0}},  // an order the plug-in does not know
     };
     Attach();
-    for (const OrderCase& c : cases) {
+    for (const Case& c : cases) {
+        SCOPED_TRACE("order " + std::to_string(c.order));
         SimImage layer = MakeImage(5, 3, c.order, c.indices);
         for (size_t i = 0; i < layer.pixels.size(); ++i)
             layer.pixels[i] = static_cast<uint8_t>(i * 7 + 1);
@@ -154,24 +150,36 @@ TEST_F(plugin_manager_test, blocks_map_each_channel_order_to_its_bitmap) {
             EXPECT_EQ(block->offscreen,
                       block == &manager->Source() ? host.SourceOffscreen() : host.DestinationOffscreen());
             EXPECT_EQ(block->channelOrder, c.order);
-            EXPECT_EQ(std::vector<int64_t>(block->channelIndex, block->channelIndex + 5), c.channelIndex)
-                << c.order;
+            EXPECT_EQ(std::vector<int64_t>(block->channelIndex, block->channelIndex + 5), c.channelIndex);
             EXPECT_EQ(block->width, 5);
             EXPECT_EQ(block->height, 3);
             EXPECT_EQ(block->depth, c.depth);
             SimBitmapInfo info;
             ASSERT_TRUE(DescribeBitmap(block->bitmap, info));
-            EXPECT_EQ(info.channelCode, c.channelCode) << "order " << c.order;
+            EXPECT_EQ(info.channelCode, c.channelCode);
             EXPECT_EQ(info.scanline, 16);
             EXPECT_EQ(block->rowBytes, info.rowBytes);
             ASSERT_NE(block->pixels, nullptr);
-            for (int64_t y = 0; y < 3; ++y) {
+            for (int64_t y = 0; y < 3; ++y)
                 EXPECT_EQ(0, std::memcmp(block->pixels + y * block->rowBytes, layer.At(0, y), 5 * c.depth))
-                    << "row " << y << " of order " << c.order;
-            }
+                    << y;
         }
-        EXPECT_TRUE(IsZero(manager->Selection()));
+        EXPECT_TRUE(IsZero(manager->Selection())) << "no selection";
+
+        // Only the destination goes back, over the whole layer.
+        const BitmapBlock& dest = manager->Destination();
+        dest.pixels[dest.rowBytes * 2 + 4 * c.depth] = 0xEE;
+        EXPECT_NE(host.Destination()->At(4, 2)[0], 0xEE) << "not before the write-back";
+        manager->ApplyBitmap();
+        EXPECT_EQ(host.Destination()->At(4, 2)[0], 0xEE);
+        EXPECT_EQ(host.Layer()->At(4, 2)[0], layer.At(4, 2)[0]);
+        const HostRect area = host.Log().updatedAreas.back();
+        EXPECT_EQ((std::vector<int64_t>{area.left, area.top, area.right, area.bottom}),
+                  (std::vector<int64_t>{0, 0, 5, 3}));
         manager->ReleaseBitmap();
+        EXPECT_TRUE(IsZero(manager->Source()));
+        EXPECT_TRUE(IsZero(manager->Destination()));
+        EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
     }
 }
 
@@ -182,33 +190,16 @@ TEST_F(plugin_manager_test, the_selection_block_holds_the_mask) {
     host.SetSelection(mask);
     Attach();
     manager->AllocBitmap();
+    manager->AllocBitmap();  // again: the first bitmaps are not lost
+    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps + 3);
     const BitmapBlock& selection = manager->Selection();
     EXPECT_EQ(selection.offscreen, host.SelectionOffscreen());
     EXPECT_EQ(selection.channelOrder, kHostChannelOrderAlpha);
     EXPECT_EQ(selection.depth, 1);
     ASSERT_NE(selection.pixels, nullptr);
     EXPECT_EQ(selection.pixels[selection.rowBytes + 3], 7);
-}
-
-TEST_F(plugin_manager_test, release_zeroes_the_blocks_and_skips_a_missing_selection) {
-    host.SetLayer(MakeImage(4, 2, kHostChannelOrderGrayAlpha));
-    Attach();
-    manager->AllocBitmap();
-    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps + 2);
     manager->ReleaseBitmap();
-    EXPECT_TRUE(IsZero(manager->Source()));
-    EXPECT_TRUE(IsZero(manager->Destination()));
     EXPECT_TRUE(IsZero(manager->Selection()));
-    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
-}
-
-TEST_F(plugin_manager_test, allocating_twice_does_not_lose_bitmaps) {
-    host.SetLayer(MakeImage(4, 2, kHostChannelOrderGrayAlpha));
-    host.SetSelection(MakeImage(4, 2, kHostChannelOrderAlpha));
-    Attach();
-    manager->AllocBitmap();
-    manager->AllocBitmap();
-    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps + 3);
 }
 
 TEST_F(plugin_manager_test, empty_or_missing_images_leave_the_blocks_unused) {
@@ -221,29 +212,13 @@ TEST_F(plugin_manager_test, empty_or_missing_images_leave_the_blocks_unused) {
     EXPECT_TRUE(IsZero(manager->Destination()));
     manager->ApplyBitmap();
     EXPECT_TRUE(host.Log().updatedAreas.empty());
-    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
-}
-
-TEST_F(plugin_manager_test, apply_writes_the_destination_back_and_reports_its_area) {
-    host.SetLayer(MakeImage(3, 2, kHostChannelOrderGrayAlpha));
-    Attach();
-    manager->AllocBitmap();
-    const BitmapBlock& dest = manager->Destination();
-    dest.pixels[dest.rowBytes + 2 * 2] = 77;  // grey of pixel (2, 1)
-    EXPECT_EQ(host.Destination()->At(2, 1)[0], 0);
-    manager->ApplyBitmap();
-    EXPECT_EQ(host.Destination()->At(2, 1)[0], 77);
-    EXPECT_EQ(host.Layer()->At(2, 1)[0], 0);  // only the destination is written
-    ASSERT_EQ(host.Log().updatedAreas.size(), 1u);
-    EXPECT_EQ(host.Log().updatedAreas[0].right, 3);
-    EXPECT_EQ(host.Log().updatedAreas[0].bottom, 2);
-    manager->ReleaseBitmap();
 }
 
 TEST_F(plugin_manager_test, destroying_the_manager_releases_bitmaps_and_property) {
     host.SetLayer(MakeImage(3, 2, kHostChannelOrderRgbAlpha));
     Attach();
     manager->InitFilter();
+    manager->InitFilter();  // opening the filter again replaces the panel without keeping the old one
     manager->AllocBitmap();
     EXPECT_EQ(LiveObjects().properties, baseline.properties + 1);
     manager.reset();
@@ -252,93 +227,57 @@ TEST_F(plugin_manager_test, destroying_the_manager_releases_bitmaps_and_property
     EXPECT_EQ(host.Panel(), nullptr);
 }
 
-TEST_F(plugin_manager_test, init_filter_hands_over_the_panel_and_its_callback) {
+TEST_F(plugin_manager_test, notifications_17_and_33_reach_their_hooks_with_their_results) {
     Attach();
     manager->InitFilter();
     EXPECT_NE(manager->Property(), nullptr);
     EXPECT_EQ(host.Panel(), manager->Property());
-    EXPECT_EQ(host.Notify(205, kHostNotifyValueChanged), kHostPropertyModified);
-    EXPECT_EQ(manager->calls, (Calls{"changed 205"}));
+    EXPECT_EQ(host.Notify(205, kHostNotifyValueChanged), kHostPropertyModified);  // through the host
     EXPECT_EQ(manager->changedProperty, manager->Property());
-    // Opening the filter again replaces the panel without keeping the old one.
-    manager->InitFilter();
-    EXPECT_EQ(LiveObjects().properties, baseline.properties + 1);
-}
 
-TEST_F(plugin_manager_test, notifications_reach_their_hooks_with_their_results) {
-    Attach();
-    int64_t result = 0;
+    struct Case {
+        int64_t key, notification;
+        bool redraw;
+        int64_t result;
+    };
+    const Case cases[] = {
+        {224, kHostNotifyValueChanged, true, kHostPropertyModified},
+        {225, kHostNotifyValueChanged, false, kHostPropertyUnchanged},
+        {300, kHostNotifyButtonPushed, true, kHostPropertyUnchanged},
+        {301, 18, true, kHostPropertyUnchanged},
+    };
     auto* property = reinterpret_cast<_Property*>(0x1234);
-    PluginManager::PropertyCallback(&result, property, 224, kHostNotifyValueChanged, manager.get());
-    EXPECT_EQ(result, kHostPropertyModified);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.key);
+        manager->redraw = c.redraw;
+        int64_t result = -7;
+        PluginManager::PropertyCallback(&result, property, c.key, c.notification, manager.get());
+        EXPECT_EQ(result, c.result);
+    }
+    EXPECT_EQ(manager->calls, (Calls{"changed 205", "changed 224", "changed 225", "pushed 300"}));
     EXPECT_EQ(manager->changedProperty, property);
-    manager->redraw = false;
-    PluginManager::PropertyCallback(&result, property, 225, kHostNotifyValueChanged, manager.get());
-    EXPECT_EQ(result, kHostPropertyUnchanged);
-    PluginManager::PropertyCallback(&result, property, 300, kHostNotifyButtonPushed, manager.get());
-    EXPECT_EQ(result, kHostPropertyUnchanged);
-    PluginManager::PropertyCallback(&result, property, 301, 18, manager.get());
-    EXPECT_EQ(result, kHostPropertyUnchanged);
-    EXPECT_EQ(manager->calls, (Calls{"changed 224", "changed 225", "pushed 300"}));
+    int64_t result = -7;
     PluginManager::PropertyCallback(nullptr, property, 224, kHostNotifyValueChanged, manager.get());
     PluginManager::PropertyCallback(&result, property, 224, kHostNotifyValueChanged, nullptr);
     EXPECT_EQ(result, kHostPropertyUnchanged);
 }
 
-TEST_F(plugin_manager_test, an_invalid_manager_ignores_notifications) {
-    int64_t result = 0;
-    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyValueChanged, manager.get());
-    EXPECT_EQ(result, kHostPropertyUnchanged);
-    host.Services().stringService = nullptr;
-    Attach();
-    EXPECT_FALSE(manager->IsValid());
-    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyButtonPushed, manager.get());
-    EXPECT_TRUE(manager->calls.empty());
-}
-
-TEST_F(plugin_manager_test, validity_needs_records_and_the_string_service) {
-    EXPECT_FALSE(manager->IsValid());
-    Attach();
-    EXPECT_TRUE(manager->IsValid());
-    host.GetServer()->recordSuite = nullptr;
-    Attach();
-    EXPECT_FALSE(manager->IsValid());
-    manager->AttachServer(nullptr);
-    EXPECT_FALSE(manager->IsValid());
-}
-
 TEST_F(plugin_manager_test, layer_mode_bits_become_target_kinds) {
+    const std::pair<int64_t, Kinds> cases[] = {
+        {35, {257, 258, 262}},
+        {0, {}},
+        {-1, {257, 258, 259, 260, 261, 262}},  // bits above 5 are ignored
+        {0x40 | 0x4, {259}},
+    };
     Attach();
-    manager->SetLayerMode(35);
-    EXPECT_EQ(host.Log().targetKinds, (std::vector<int64_t>{257, 258, 262}));
-    manager->SetLayerMode(0);
-    EXPECT_EQ(host.Log().targetKinds, (std::vector<int64_t>{}));
-    manager->SetLayerMode(-1);  // bits above 5 are ignored
-    EXPECT_EQ(host.Log().targetKinds, (std::vector<int64_t>{257, 258, 259, 260, 261, 262}));
-    manager->SetLayerMode(0x40 | 0x4);
-    EXPECT_EQ(host.Log().targetKinds, (std::vector<int64_t>{259}));
+    for (const auto& [mode, kinds] : cases) {
+        manager->SetLayerMode(mode);
+        EXPECT_EQ(host.Log().targetKinds, kinds) << mode;
+    }
 }
 
-TEST_F(plugin_manager_test, filter_settings_reach_the_host) {
-    std::string error;
-    ASSERT_TRUE(host.Resources().Parse("101 = Lines\n102 = Speed\n", "test", error));
-    Attach();
-    manager->SetPluginName(101, 'l', 102, 'p');
-    EXPECT_EQ(host.Log().categoryName, u"Lines");
-    EXPECT_EQ(host.Log().categoryKey, 'l');
-    EXPECT_EQ(host.Log().filterName, u"Speed");
-    EXPECT_EQ(host.Log().filterKey, 'p');
-    manager->EnablePreview(false);
-    manager->EnableDrawEmptyArea(true);
-    EXPECT_EQ(host.Log().canPreview, false);
-    EXPECT_EQ(host.Log().useEmptyArea, true);
-    manager->SetProgressMax(500);
-    manager->SetProgressValue(17);
-    EXPECT_EQ(host.Log().progressTotals, (std::vector<int64_t>{500}));
-    EXPECT_EQ(host.Log().progressValues, (std::vector<int64_t>{17}));
-}
-
-TEST_F(plugin_manager_test, document_queries_read_the_host) {
+// Names, preview, empty-area drawing and progress are checked through the effect in controller_test.
+TEST_F(plugin_manager_test, document_queries_read_the_host_and_preview_can_be_turned_off) {
     host.SetCanvasSize(640, 480);
     host.resolution = 600.0;
     host.mainColor = {0x10, 0x20, 0x30};
@@ -350,37 +289,26 @@ TEST_F(plugin_manager_test, document_queries_read_the_host) {
     EXPECT_EQ(height, 480);
     EXPECT_EQ(manager->GetDpi(), 600.0);
     EXPECT_EQ(manager->GetMainColor(), 0x302010u);  // alpha dropped
+    manager->EnablePreview(false);
+    EXPECT_EQ(host.Log().canPreview, false);
 }
 
-TEST_F(plugin_manager_test, registration_sends_identifier_and_kind) {
-    EXPECT_TRUE(manager->RegisterPlugin(host.GetServer()));
-    EXPECT_EQ(host.Log().moduleId, "3A7C51E2-94B0-4F6D-8E21-C5D90B7A4F13");
-    EXPECT_EQ(host.Log().moduleKind, kHostModuleKindFilter);
-    EXPECT_FALSE(manager->IsValid());  // registration does not attach the server
-}
-
-TEST_F(plugin_manager_test, an_overlong_identifier_is_cut_to_the_buffer) {
+TEST_F(plugin_manager_test, registration_sends_the_identifier_cut_to_the_buffer) {
     manager->guid = std::string(200, 'x');
     EXPECT_TRUE(manager->RegisterPlugin(host.GetServer()));
     EXPECT_EQ(host.Log().moduleId, std::string(kGuidBufferSize - 1, 'x'));
-}
-
-TEST_F(plugin_manager_test, registration_fails_for_old_or_incomplete_hosts) {
-    EXPECT_FALSE(manager->RegisterPlugin(nullptr));
-    host.hostVersion = 0;
-    EXPECT_FALSE(manager->RegisterPlugin(host.GetServer()));
+    EXPECT_FALSE(manager->IsValid());  // registration does not attach the server
     host.hostVersion = -5;
-    EXPECT_FALSE(manager->RegisterPlugin(host.GetServer()));
-    host.hostVersion = 1;
-    host.Services().stringService = nullptr;
-    EXPECT_FALSE(manager->RegisterPlugin(host.GetServer()));
-    EXPECT_TRUE(host.Log().moduleId.empty());
+    EXPECT_FALSE(manager->RegisterPlugin(host.GetServer())) << "a negative version is as old as 0";
 }
 
-TEST_F(plugin_manager_test, a_manager_without_a_server_answers_safely) {
+TEST_F(plugin_manager_test, a_manager_without_a_usable_server_answers_safely_and_ignores_notifications) {
+    int64_t result = 0;
+    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyValueChanged, manager.get());
+    EXPECT_EQ(result, kHostPropertyUnchanged);
     manager->allocate = true;
     EXPECT_TRUE(manager->ExecuteFilter());
-    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
+    EXPECT_FALSE(manager->RegisterPlugin(nullptr));
     int64_t width = 9, height = 9;
     manager->GetCanvasSize(width, height);
     EXPECT_EQ(width, 0);
@@ -394,6 +322,21 @@ TEST_F(plugin_manager_test, a_manager_without_a_server_answers_safely) {
     manager->EnablePreview(true);
     manager->ApplyBitmap();
     EXPECT_TRUE(manager->GetResourceText(101).empty());
+    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
+
+    EXPECT_FALSE(manager->IsValid());
+    Attach();
+    EXPECT_TRUE(manager->IsValid());
+    host.Services().stringService = nullptr;
+    Attach();
+    EXPECT_FALSE(manager->IsValid()) << "needs the string service";
+    PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyButtonPushed, manager.get());
+    EXPECT_EQ(manager->calls.size(), 2u) << "no hook";
+    host.GetServer()->recordSuite = nullptr;
+    Attach();
+    EXPECT_FALSE(manager->IsValid()) << "needs the records";
+    manager->AttachServer(nullptr);
+    EXPECT_FALSE(manager->IsValid());
 }
 
 }  // namespace

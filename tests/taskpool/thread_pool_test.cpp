@@ -71,17 +71,22 @@ struct ProgressLog {
     }
 };
 
-}  // namespace
-
-TEST(thread_pool_test, zero_workers_requested_falls_back_to_four) {
-    ThreadPool pool(0);
-    EXPECT_EQ(pool.GetWorkerCount(), 4u);
+std::vector<std::shared_ptr<CountingTask>> EnqueueCounting(ThreadPool& pool, int count,
+                                                           std::atomic<int>* counter = nullptr) {
+    std::vector<std::shared_ptr<CountingTask>> tasks;
+    for (int i = 0; i < count; ++i) {
+        tasks.push_back(std::make_shared<CountingTask>(counter));
+        pool.Enqueue(tasks.back());
+    }
+    return tasks;
 }
 
-TEST(thread_pool_test, default_pool_has_one_worker_per_core) {
-    ThreadPool pool;
+}  // namespace
+
+TEST(thread_pool_test, worker_count_is_one_per_core_and_zero_falls_back_to_four) {
     const unsigned cores = std::thread::hardware_concurrency();
-    EXPECT_EQ(pool.GetWorkerCount(), cores == 0 ? 4u : cores);
+    EXPECT_EQ(ThreadPool().GetWorkerCount(), cores == 0 ? 4u : cores);
+    EXPECT_EQ(ThreadPool(0).GetWorkerCount(), 4u);
 }
 
 TEST(thread_pool_test, run_with_an_empty_queue_returns_without_reporting) {
@@ -96,50 +101,40 @@ TEST(thread_pool_test, run_with_an_empty_queue_returns_without_reporting) {
 
 TEST(thread_pool_test, queued_tasks_wait_for_run) {
     ThreadPool pool(2);
-    auto task = std::make_shared<CountingTask>();
-    pool.Enqueue(task);
+    auto tasks = EnqueueCounting(pool, 1);
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(task->Runs(), 0);
+    EXPECT_EQ(tasks[0]->Runs(), 0);
     pool.Run();
-    EXPECT_EQ(task->Runs(), 1);
+    EXPECT_EQ(tasks[0]->Runs(), 1);
 }
 
-TEST(thread_pool_test, run_executes_every_task_once_on_the_workers) {
+TEST(thread_pool_test, each_pass_runs_every_task_once_on_the_workers_and_reports_on_the_caller) {
     ThreadPool pool(3);
-    std::vector<std::shared_ptr<CountingTask>> tasks;
-    for (int i = 0; i < 20; ++i) {
-        tasks.push_back(std::make_shared<CountingTask>());
-        pool.Enqueue(tasks.back());
-    }
-    pool.Run();
-    for (const auto& task : tasks) {
-        EXPECT_EQ(task->Runs(), 1);
-        EXPECT_NE(task->Thread(), std::this_thread::get_id());
-    }
-}
-
-TEST(thread_pool_test, run_reports_each_finished_task_on_the_calling_thread) {
-    ThreadPool pool(2);
     ProgressLog log;
     pool.SetProgressCallback(&ProgressLog::Callback, &log);
-    for (int i = 0; i < 7; ++i)
-        pool.Enqueue(std::make_shared<CountingTask>());
-    pool.Run();
-    ASSERT_EQ(log.reports.size(), 7u);
-    for (std::size_t i = 0; i < log.reports.size(); ++i) {
-        EXPECT_EQ(log.reports[i].first, 7);
-        EXPECT_EQ(log.reports[i].second, static_cast<int>(i) + 1);
-        EXPECT_EQ(log.threads[i], std::this_thread::get_id());
+    for (int pass = 0; pass < 2; ++pass) {  // the pool is reusable after a pass
+        SCOPED_TRACE(pass);
+        log.reports.clear();
+        log.threads.clear();
+        const auto tasks = EnqueueCounting(pool, 20);
+        pool.Run();
+        for (const auto& task : tasks) {
+            EXPECT_EQ(task->Runs(), 1);
+            EXPECT_NE(task->Thread(), std::this_thread::get_id());
+        }
+        ASSERT_EQ(log.reports.size(), 20u);
+        for (std::size_t i = 0; i < log.reports.size(); ++i) {
+            EXPECT_EQ(log.reports[i], std::make_pair(20, static_cast<int>(i) + 1));
+            EXPECT_EQ(log.threads[i], std::this_thread::get_id());
+        }
     }
 }
 
 TEST(thread_pool_test, run_leaves_the_single_threaded_counters_alone) {
     ThreadPool pool(2);
-    for (int i = 0; i < 3; ++i)
-        pool.Enqueue(std::make_shared<CountingTask>());
+    EnqueueCounting(pool, 3);
     pool.RunAsSingleThread();
-    for (int i = 0; i < 5; ++i)
-        pool.Enqueue(std::make_shared<CountingTask>());
+    EnqueueCounting(pool, 5);
     pool.Run();
     EXPECT_EQ(pool.GetCompletedTasks(), 0);
     EXPECT_EQ(pool.GetTotalTasks(), 3);
@@ -150,7 +145,7 @@ TEST(thread_pool_test, a_zero_answer_during_run_cancels_every_task_and_still_wai
     ProgressLog log;
     log.stopAtReport = 1;
     pool.SetProgressCallback(&ProgressLog::Callback, &log);
-    pool.Enqueue(std::make_shared<CountingTask>());  // finishes at once and triggers the stop
+    EnqueueCounting(pool, 1);  // finishes at once and triggers the stop
     std::vector<std::shared_ptr<WaitForCancelTask>> waiting;
     for (int i = 0; i < 6; ++i) {
         waiting.push_back(std::make_shared<WaitForCancelTask>());
@@ -186,29 +181,20 @@ TEST(thread_pool_test, cancel_from_another_thread_reaches_running_tasks) {
 
 TEST(thread_pool_test, cancel_drops_queued_tasks_without_running_them) {
     ThreadPool pool(2);
-    auto task = std::make_shared<CountingTask>();
-    pool.Enqueue(task);
+    auto tasks = EnqueueCounting(pool, 1);
     pool.Cancel();
-    EXPECT_TRUE(task->IsCancelled());
+    EXPECT_TRUE(tasks[0]->IsCancelled());
     pool.Run();
-    EXPECT_EQ(task->Runs(), 0);
+    EXPECT_EQ(tasks[0]->Runs(), 0);
 }
 
-TEST(thread_pool_test, a_task_exception_reaches_the_caller_of_run) {
+TEST(thread_pool_test, a_task_exception_reaches_the_caller_in_either_mode) {
     ThreadPool pool(2);
     pool.Enqueue(std::make_shared<ThrowingTask>());
     EXPECT_THROW(pool.Run(), std::runtime_error);
-}
-
-TEST(thread_pool_test, the_pool_is_reusable_after_a_pass) {
-    ThreadPool pool(2);
-    std::atomic<int> counter{0};
-    for (int pass = 0; pass < 3; ++pass) {
-        for (int i = 0; i < 4; ++i)
-            pool.Enqueue(std::make_shared<CountingTask>(&counter));
-        pool.Run();
-    }
-    EXPECT_EQ(counter.load(), 12);
+    ThreadPool single(1);
+    single.Enqueue(std::make_shared<ThrowingTask>());
+    EXPECT_THROW(single.RunAsSingleThread(), std::runtime_error);
 }
 
 TEST(thread_pool_test, single_threaded_pass_runs_in_queue_order_on_the_caller) {
@@ -244,11 +230,7 @@ TEST(thread_pool_test, single_threaded_pass_runs_in_queue_order_on_the_caller) {
 
 TEST(thread_pool_test, a_zero_answer_in_a_single_threaded_pass_stops_after_one_task) {
     ThreadPool pool(2);
-    std::vector<std::shared_ptr<CountingTask>> tasks;
-    for (int i = 0; i < 5; ++i) {
-        tasks.push_back(std::make_shared<CountingTask>());
-        pool.Enqueue(tasks.back());
-    }
+    const auto tasks = EnqueueCounting(pool, 5);
     ProgressLog log;
     log.stopAtReport = 1;
     pool.SetProgressCallback(&ProgressLog::Callback, &log);
@@ -264,12 +246,6 @@ TEST(thread_pool_test, a_zero_answer_in_a_single_threaded_pass_stops_after_one_t
     // The dropped tasks are gone: the next pass has nothing to do.
     pool.RunAsSingleThread();
     EXPECT_EQ(pool.GetTotalTasks(), 0);
-}
-
-TEST(thread_pool_test, a_task_exception_in_a_single_threaded_pass_propagates) {
-    ThreadPool pool(1);
-    pool.Enqueue(std::make_shared<ThrowingTask>());
-    EXPECT_THROW(pool.RunAsSingleThread(), std::runtime_error);
 }
 
 TEST(thread_pool_test, destruction_finishes_jobs_still_queued) {
@@ -290,8 +266,7 @@ TEST(thread_pool_test, destruction_finishes_jobs_still_queued) {
         ThreadPool pool(1);
         pool.Enqueue(std::make_shared<ThrowingTask>());
         pool.Enqueue(std::make_shared<GateTask>(&gate));
-        for (int i = 0; i < 4; ++i)
-            pool.Enqueue(std::make_shared<CountingTask>(&finished));
+        EnqueueCounting(pool, 4, &finished);
         // The failure leaves Run with the other jobs abandoned but still handed to the worker.
         EXPECT_THROW(pool.Run(), std::runtime_error);
         gate = true;
