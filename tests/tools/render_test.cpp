@@ -397,16 +397,6 @@ TEST(render_guide_test, finds_a_bare_name_in_the_plugin_guide_folder) {
 
 // --- Presets -----------------------------------------------------------------------------------------
 
-TEST(render_preset_test, writes_the_default_preset_as_the_plugin_does) {
-    MoveEffectIniParam defaults;
-    GetDefaultPreset(&defaults);
-    EXPECT_EQ(FormatPresetText(defaults),
-              "[guide]\ntype=radiate\np1=0.5,0.5\np2=0.5,0.325\np3=0.5,0.125\nname=:S\ncurvature=1\n\n"
-              "[pen]\nsize=2\nhardness=1\nfluction=0\nin=500\nout=500\nasdist=false\neasing=false\n\n"
-              "[line]\nposition=0\nposfluct=0\nlength=10\nlenfluct=0\nspacing=50\nspcfluct=0\nlengain=0\n"
-              "spcgain=0\nconnect=true\n");
-}
-
 TEST(render_preset_test, writes_a_preset_that_the_plugin_reads_back) {
     TempFolder temp;
     const RenderOptions options = Parse(
