@@ -169,7 +169,6 @@ TEST(preset_test, saving_fails_without_record_name_or_folder) {
 }
 
 TEST(preset_test, saving_writes_every_value_of_a_changed_record) {
-    ScratchDataHome home;
     MoveEffectIniParam param = DefaultPreset();
     param.type = 2;
     param.p1 = {0.123456, -1.0};
@@ -179,8 +178,7 @@ TEST(preset_test, saving_writes_every_value_of_a_changed_record) {
     param.asdist = true;
     param.lengain = 1e20;
     param.connect = false;
-    ASSERT_TRUE(SavePreset(u"changed", &param));
-    const std::string text = ScratchDataHome::Read(home.PresetPath("changed"));
+    const std::string text = FormatPresetText(param);
     EXPECT_NE(text.find("type=circle\n"), std::string::npos);
     EXPECT_NE(text.find("p1=0.12346,-1\n"), std::string::npos);
     EXPECT_NE(text.find("name= My Guide \n"), std::string::npos);
@@ -220,12 +218,10 @@ TEST(preset_test, a_type_outside_the_three_arrangements_is_written_empty_and_rea
 }
 
 TEST(preset_test, a_name_filling_the_whole_buffer_is_written_without_reading_past_it) {
-    ScratchDataHome home;
     MoveEffectIniParam param = DefaultPreset();
     std::memset(param.name, 'n', sizeof param.name);  // no NUL at all
-    ASSERT_TRUE(SavePreset(u"full", &param));
-    const std::string text = ScratchDataHome::Read(home.PresetPath("full"));
-    EXPECT_NE(text.find("name=" + std::string(kIniNameCapacity, 'n') + "\n"), std::string::npos);
+    EXPECT_NE(FormatPresetText(param).find("name=" + std::string(kIniNameCapacity, 'n') + "\n"),
+              std::string::npos);
 }
 
 TEST(preset_test, a_missing_or_empty_file_fails_and_leaves_record_and_flags_alone) {
@@ -378,7 +374,7 @@ TEST(preset_test, number_formatting_trims_trailing_zeros) {
     EXPECT_EQ(_dtos(-1.5, 0), "-2");
 }
 
-TEST(preset_test, default_target_points_follow_the_arrangement) {
+TEST(preset_test, default_target_points_follow_the_arrangement_and_only_inside_the_table) {
     PathPoint p{};
     GetDefaultTargetPoint(0, 1, p);
     EXPECT_DOUBLE_EQ(p.y, 0.325);
@@ -392,10 +388,9 @@ TEST(preset_test, default_target_points_follow_the_arrangement) {
     GetDefaultTargetPoint(0, 2, p);
     EXPECT_EQ(p.x, defaults.p3.x);
     EXPECT_EQ(p.y, defaults.p3.y);
-}
 
-TEST(preset_test, default_target_point_outside_the_table_leaves_the_point_alone) {
-    PathPoint p{9, 9};
+    // Outside the table the point is left alone.
+    p = {9, 9};
     GetDefaultTargetPoint(3, 0, p);
     GetDefaultTargetPoint(0, 3, p);
     GetDefaultTargetPoint(-1, 0, p);
