@@ -35,44 +35,56 @@ bool EqualsLowerAscii(std::string_view text, std::string_view word) {
 
 constexpr std::string_view kTypeWords[] = {"radiate", "parallel", "circle"};
 
-// Where each key of each category goes: its reader and its flag.
+// The type word of an arrangement; an unknown type is written as an empty value.
+void AppendIniType(std::string& text, std::string_view key, int32_t type) {
+    AppendIniString(text, key, (type >= 0 && type <= 2) ? kTypeWords[type] : std::string_view());
+}
+
+// The buffer may have been filled to the brim by a caller; never read past it.
+void AppendIniName(std::string& text, std::string_view key, const char (&name)[kIniNameCapacity]) {
+    AppendIniString(text, key, std::string_view(name, strnlen(name, sizeof name)));
+}
+
+// The whole grammar: each key of each category, in file order, with its reader, writer and flag.
 struct IniKey {
     std::string_view category;
     std::string_view key;
     bool (*read)(std::string_view value, MoveEffectIniParam& param);
+    void (*write)(std::string& text, std::string_view key, const MoveEffectIniParam& param);
     bool MoveEffectIniReadFlag::*flag;
 };
 
-#define BRIVANE_INI_KEY(category, field, reader)                                                        \
-    IniKey {                                                                                            \
-        category, #field, [](std::string_view v, MoveEffectIniParam& p) { return reader(v, p.field); }, \
-            &MoveEffectIniReadFlag::field                                                               \
+#define BRIVANE_INI_KEY(category, field, reader, writer)                                                    \
+    IniKey {                                                                                                \
+        category, #field, [](std::string_view v, MoveEffectIniParam& p) { return reader(v, p.field); },     \
+            [](std::string& t, std::string_view k, const MoveEffectIniParam& p) { writer(t, k, p.field); }, \
+            &MoveEffectIniReadFlag::field                                                                   \
     }
 
 // clang-format off
 constexpr IniKey kIniKeys[] = {
-    BRIVANE_INI_KEY("guide", type, GetIniPath),
-    BRIVANE_INI_KEY("guide", p1, GetIniPoint),
-    BRIVANE_INI_KEY("guide", p2, GetIniPoint),
-    BRIVANE_INI_KEY("guide", p3, GetIniPoint),
-    BRIVANE_INI_KEY("guide", name, GetIniString),
-    BRIVANE_INI_KEY("guide", curvature, GetIniDouble),
-    BRIVANE_INI_KEY("pen", size, GetIniDouble),
-    BRIVANE_INI_KEY("pen", hardness, GetIniDouble),
-    BRIVANE_INI_KEY("pen", fluction, GetIniDouble),
-    BRIVANE_INI_KEY("pen", in, GetIniInteger),
-    BRIVANE_INI_KEY("pen", out, GetIniInteger),
-    BRIVANE_INI_KEY("pen", asdist, GetIniBool),
-    BRIVANE_INI_KEY("pen", easing, GetIniBool),
-    BRIVANE_INI_KEY("line", position, GetIniInteger),
-    BRIVANE_INI_KEY("line", posfluct, GetIniDouble),
-    BRIVANE_INI_KEY("line", length, GetIniInteger),
-    BRIVANE_INI_KEY("line", lenfluct, GetIniDouble),
-    BRIVANE_INI_KEY("line", spacing, GetIniInteger),
-    BRIVANE_INI_KEY("line", spcfluct, GetIniDouble),
-    BRIVANE_INI_KEY("line", lengain, GetIniDouble),
-    BRIVANE_INI_KEY("line", spcgain, GetIniDouble),
-    BRIVANE_INI_KEY("line", connect, GetIniBool),
+    BRIVANE_INI_KEY("guide", type, GetIniPath, AppendIniType),
+    BRIVANE_INI_KEY("guide", p1, GetIniPoint, AppendIniPoint),
+    BRIVANE_INI_KEY("guide", p2, GetIniPoint, AppendIniPoint),
+    BRIVANE_INI_KEY("guide", p3, GetIniPoint, AppendIniPoint),
+    BRIVANE_INI_KEY("guide", name, GetIniString, AppendIniName),
+    BRIVANE_INI_KEY("guide", curvature, GetIniDouble, AppendIniDouble),
+    BRIVANE_INI_KEY("pen", size, GetIniDouble, AppendIniDouble),
+    BRIVANE_INI_KEY("pen", hardness, GetIniDouble, AppendIniDouble),
+    BRIVANE_INI_KEY("pen", fluction, GetIniDouble, AppendIniDouble),
+    BRIVANE_INI_KEY("pen", in, GetIniInteger, AppendIniInteger),
+    BRIVANE_INI_KEY("pen", out, GetIniInteger, AppendIniInteger),
+    BRIVANE_INI_KEY("pen", asdist, GetIniBool, AppendIniBool),
+    BRIVANE_INI_KEY("pen", easing, GetIniBool, AppendIniBool),
+    BRIVANE_INI_KEY("line", position, GetIniInteger, AppendIniInteger),
+    BRIVANE_INI_KEY("line", posfluct, GetIniDouble, AppendIniDouble),
+    BRIVANE_INI_KEY("line", length, GetIniInteger, AppendIniInteger),
+    BRIVANE_INI_KEY("line", lenfluct, GetIniDouble, AppendIniDouble),
+    BRIVANE_INI_KEY("line", spacing, GetIniInteger, AppendIniInteger),
+    BRIVANE_INI_KEY("line", spcfluct, GetIniDouble, AppendIniDouble),
+    BRIVANE_INI_KEY("line", lengain, GetIniDouble, AppendIniDouble),
+    BRIVANE_INI_KEY("line", spcgain, GetIniDouble, AppendIniDouble),
+    BRIVANE_INI_KEY("line", connect, GetIniBool, AppendIniBool),
 };
 // clang-format on
 
@@ -151,63 +163,45 @@ void GetDefaultTargetPoint(int type, int index, PathPoint& point) {
     point = kPoints[type][index];
 }
 
-bool LoadPreset(const std::u16string& name, MoveEffectIniParam* param, MoveEffectIniReadFlag* flags) {
-    if (param == nullptr) return false;
-    const std::string text = ReadAllText(GetPluginDataPath(name, true));
-    if (text.empty()) return false;
-
+bool ParsePresetText(std::string_view text, MoveEffectIniParam* param, MoveEffectIniReadFlag* flags) {
+    if (param == nullptr || text.empty()) return false;
     std::memset(param, 0, sizeof *param);
     MoveEffectIniReadFlag read;
     std::memset(&read, 0, sizeof read);
 
-    std::string_view rest = text;
     std::string_view category;  // keys before the first header belong to no category
-    while (!rest.empty()) {
-        const std::size_t end = rest.find('\n');
-        ReadIniLine(Trim(rest.substr(0, end)), category, *param, read);
+    while (!text.empty()) {
+        const std::size_t end = text.find('\n');
+        ReadIniLine(Trim(text.substr(0, end)), category, *param, read);
         if (end == std::string_view::npos) break;
-        rest.remove_prefix(end + 1);
+        text.remove_prefix(end + 1);
     }
     if (flags != nullptr) *flags = read;
     return true;
 }
 
+std::string FormatPresetText(const MoveEffectIniParam& param) {
+    std::string text;
+    std::string_view category;
+    for (const IniKey& entry : kIniKeys) {
+        if (entry.category != category) {
+            if (!category.empty()) AppendIniEmptyLine(text);
+            category = entry.category;
+            AppendIniCategory(text, category);
+        }
+        entry.write(text, entry.key, param);
+    }
+    return text;
+}
+
+bool LoadPreset(const std::u16string& name, MoveEffectIniParam* param, MoveEffectIniReadFlag* flags) {
+    if (param == nullptr) return false;
+    return ParsePresetText(ReadAllText(GetPluginDataPath(name, true)), param, flags);
+}
+
 bool SavePreset(const std::u16string& name, const MoveEffectIniParam* param) {
     if (param == nullptr || name.empty()) return false;
-    const std::string_view type =
-        (param->type >= 0 && param->type <= 2) ? kTypeWords[param->type] : std::string_view();
-    // The buffer may have been filled to the brim by a caller; never read past it.
-    const std::string_view guide(param->name, strnlen(param->name, sizeof param->name));
-
-    std::string text;
-    AppendIniCategory(text, "guide");
-    AppendIniString(text, "type", type);
-    AppendIniPoint(text, "p1", param->p1);
-    AppendIniPoint(text, "p2", param->p2);
-    AppendIniPoint(text, "p3", param->p3);
-    AppendIniString(text, "name", guide);
-    AppendIniDouble(text, "curvature", param->curvature);
-    AppendIniEmptyLine(text);
-    AppendIniCategory(text, "pen");
-    AppendIniDouble(text, "size", param->size);
-    AppendIniDouble(text, "hardness", param->hardness);
-    AppendIniDouble(text, "fluction", param->fluction);
-    AppendIniInteger(text, "in", param->in);
-    AppendIniInteger(text, "out", param->out);
-    AppendIniBool(text, "asdist", param->asdist);
-    AppendIniBool(text, "easing", param->easing);
-    AppendIniEmptyLine(text);
-    AppendIniCategory(text, "line");
-    AppendIniInteger(text, "position", param->position);
-    AppendIniDouble(text, "posfluct", param->posfluct);
-    AppendIniInteger(text, "length", param->length);
-    AppendIniDouble(text, "lenfluct", param->lenfluct);
-    AppendIniInteger(text, "spacing", param->spacing);
-    AppendIniDouble(text, "spcfluct", param->spcfluct);
-    AppendIniDouble(text, "lengain", param->lengain);
-    AppendIniDouble(text, "spcgain", param->spcgain);
-    AppendIniBool(text, "connect", param->connect);
-    return WriteAllText(GetIniFilePath(name), text);
+    return WriteAllText(GetIniFilePath(name), FormatPresetText(*param));
 }
 
 bool SavePresetAsDate(const MoveEffectIniParam* param, std::u16string* outName) {

@@ -73,6 +73,11 @@ void GetDefaultTargetPoint(int type, int index, PathPoint& point);
 // unreadable or empty. Otherwise param is zero-filled (not defaulted), each flag tells whether its key
 // was met in its category with an accepted value, and the result is true. flags may be null.
 bool LoadPreset(const std::u16string& name, MoveEffectIniParam* param, MoveEffectIniReadFlag* flags);
+// Reads preset text as LoadPreset reads a file: false, with param and flags untouched, for empty text.
+bool ParsePresetText(std::string_view text, MoveEffectIniParam* param, MoveEffectIniReadFlag* flags);
+// The text SavePreset writes for the record: every key, in the order of the record.
+std::string FormatPresetText(const MoveEffectIniParam& param);
+
 // Writes the preset file of that name, replacing any file there; the folder must exist.
 bool SavePreset(const std::u16string& name, const MoveEffectIniParam* param);
 // Saves under the local date and time ("20261115-001649"), which is stored in outName (may be null)

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <regex>
 #include <string>
 
 #include "storage/FileHelpers.h"
@@ -131,18 +132,6 @@ Loaded LoadText(const ScratchDataHome& home, const std::string& text) {
 
 }  // namespace
 
-TEST(preset_test, default_preset_holds_the_documented_values) {
-    const MoveEffectIniParam param = DefaultPreset();
-    EXPECT_EQ(param.type, 0);
-    EXPECT_STREQ(param.name, ":S");
-    EXPECT_DOUBLE_EQ(param.p2.y, 0.325);
-    EXPECT_EQ(param.in, 500);
-    EXPECT_EQ(param.length, 10);
-    EXPECT_EQ(param.spacing, 50);
-    EXPECT_TRUE(param.connect);
-    EXPECT_FALSE(param.asdist);
-}
-
 TEST(preset_test, default_preset_is_written_byte_for_byte) {
     ScratchDataHome home;
     const MoveEffectIniParam param = DefaultPreset();
@@ -180,7 +169,6 @@ TEST(preset_test, saving_fails_without_record_name_or_folder) {
 }
 
 TEST(preset_test, saving_writes_every_value_of_a_changed_record) {
-    ScratchDataHome home;
     MoveEffectIniParam param = DefaultPreset();
     param.type = 2;
     param.p1 = {0.123456, -1.0};
@@ -190,8 +178,7 @@ TEST(preset_test, saving_writes_every_value_of_a_changed_record) {
     param.asdist = true;
     param.lengain = 1e20;
     param.connect = false;
-    ASSERT_TRUE(SavePreset(u"changed", &param));
-    const std::string text = ScratchDataHome::Read(home.PresetPath("changed"));
+    const std::string text = FormatPresetText(param);
     EXPECT_NE(text.find("type=circle\n"), std::string::npos);
     EXPECT_NE(text.find("p1=0.12346,-1\n"), std::string::npos);
     EXPECT_NE(text.find("name= My Guide \n"), std::string::npos);
@@ -231,12 +218,10 @@ TEST(preset_test, a_type_outside_the_three_arrangements_is_written_empty_and_rea
 }
 
 TEST(preset_test, a_name_filling_the_whole_buffer_is_written_without_reading_past_it) {
-    ScratchDataHome home;
     MoveEffectIniParam param = DefaultPreset();
     std::memset(param.name, 'n', sizeof param.name);  // no NUL at all
-    ASSERT_TRUE(SavePreset(u"full", &param));
-    const std::string text = ScratchDataHome::Read(home.PresetPath("full"));
-    EXPECT_NE(text.find("name=" + std::string(kIniNameCapacity, 'n') + "\n"), std::string::npos);
+    EXPECT_NE(FormatPresetText(param).find("name=" + std::string(kIniNameCapacity, 'n') + "\n"),
+              std::string::npos);
 }
 
 TEST(preset_test, a_missing_or_empty_file_fails_and_leaves_record_and_flags_alone) {
@@ -262,167 +247,91 @@ TEST(preset_test, a_file_of_comments_gives_an_all_zero_record_and_no_flags) {
     EXPECT_EQ(CountFlags(loaded.flags), 0);
 }
 
-TEST(preset_test, category_headers_are_trimmed_but_case_sensitive) {
+// Each text is loaded from the preset folder and its record and flags checked.
+TEST(preset_test, reads_each_line_form_as_documented) {
+    using Check = void (*)(const MoveEffectIniParam& p, const MoveEffectIniReadFlag& f);
+    const std::string crlf = std::regex_replace(kDefaultPresetFile, std::regex("\n"), "\r\n");
+    const struct {
+        std::string text;
+        Check check;
+    } cases[] = {
+        // Category headers are trimmed but case-sensitive; text after the bracket is ignored.
+        {"  [ pen ]  \nsize=3\n", [](auto& p, auto& f) { EXPECT_TRUE(f.size && p.size == 3.0); }},
+        {"[Pen]\nsize=3\n", [](auto& p, auto& f) { EXPECT_TRUE(!f.size && p.size == 0.0); }},
+        {"[pen] anything after the bracket\nsize=4\n", [](auto& p, auto&) { EXPECT_EQ(p.size, 4.0); }},
+        // A header without its closing bracket keeps the current category.
+        {"[pen]\n[line\nsize=3\nspacing=9\n", [](auto&, auto& f) { EXPECT_TRUE(f.size && !f.spacing); }},
+        // Keys before any header, in the wrong or an unknown category, or in another case are ignored.
+        {"size=1\n[guide]\nsize=2\n[colour]\nsize=3\n[pen]\nSize=4\nsize\nhardness=0.5\n",
+         [](auto& p, auto& f) {
+             EXPECT_TRUE(!f.size && p.size == 0.0 && f.hardness);
+             EXPECT_EQ(CountFlags(f), 1);
+         }},
+        // Comments after a value and further equals signs are part of the value.
+        {"[guide]\nname = my guide ; x\n[pen]\nsize = 3.5 ; big\n",
+         [](auto& p, auto& f) {
+             EXPECT_STREQ(p.name, "my guide ; x");
+             EXPECT_TRUE(f.size && p.size == 3.5);
+         }},
+        {"[guide]\nname=a=b\n", [](auto& p, auto&) { EXPECT_STREQ(p.name, "a=b"); }},
+        // CR LF reads like LF; the last line counts without a line feed.
+        {crlf,
+         [](auto& p, auto& f) {
+             ExpectSameValues(p, DefaultPreset());
+             EXPECT_EQ(CountFlags(f), 22);
+         }},
+        {"[line]\nconnect=true", [](auto& p, auto& f) { EXPECT_TRUE(p.connect && f.connect); }},
+        // A byte order mark spoils the first header, so the guide keys are lost.
+        {"\xEF\xBB\xBF" + kDefaultPresetFile,
+         [](auto& p, auto& f) {
+             EXPECT_FALSE(f.type || f.p1 || f.p2 || f.p3 || f.name || f.curvature);
+             EXPECT_STREQ(p.name, "");
+             EXPECT_EQ(CountFlags(f), 16);
+             EXPECT_EQ(p.size, 2.0);
+         }},
+        // Integers stop at the first non-digit and reject overflow.
+        {"[pen]\nin=12.9\nout=abc\n", [](auto& p, auto& f) { EXPECT_TRUE(p.in == 12 && f.in && !f.out); }},
+        {"[pen]\nin=99999999999\nout=-2147483648\n",
+         [](auto& p, auto& f) { EXPECT_TRUE(!f.in && p.in == 0 && p.out == INT32_MIN); }},
+        // Booleans take 1/0 and true/false in any letter case.
+        {"[pen]\nasdist=TRUE\neasing=1\n[line]\nconnect=yes\n",
+         [](auto& p, auto& f) { EXPECT_TRUE(p.asdist && p.easing && !f.connect); }},
+        {"[pen]\nasdist=False\neasing=0\n",
+         [](auto& p, auto& f) { EXPECT_TRUE(f.asdist && !p.asdist && f.easing); }},
+        // Arrangement words in any letter case; no digits.
+        {"[guide]\ntype=Circle\n", [](auto& p, auto& f) { EXPECT_TRUE(p.type == 2 && f.type); }},
+        {"[guide]\ntype=PARALLEL\n", [](auto& p, auto&) { EXPECT_EQ(p.type, 1); }},
+        {"[guide]\ntype=\n", [](auto&, auto& f) { EXPECT_FALSE(f.type); }},
+        {"[guide]\ntype=2\n", [](auto&, auto& f) { EXPECT_FALSE(f.type); }},
+        // Points need a comma, and keep x when only y is bad.
+        {"[guide]\np1=0.1\np2=0.1,x\np3 = 0.25 , 0.75\n",
+         [](auto& p, auto& f) {
+             EXPECT_TRUE(!f.p1 && p.p1.x == 0.0);
+             EXPECT_TRUE(!f.p2 && p.p2.x == 0.1 && p.p2.y == 0.0);
+             EXPECT_TRUE(f.p3 && p.p3.x == 0.25 && p.p3.y == 0.75);
+         }},
+        // A repeated key keeps the last accepted value and the last verdict.
+        {"[pen]\nsize=3\nsize=4\n", [](auto& p, auto& f) { EXPECT_TRUE(p.size == 4.0 && f.size); }},
+        {"[pen]\nsize=3\nsize=big\n", [](auto& p, auto& f) { EXPECT_TRUE(p.size == 3.0 && !f.size); }},
+        // Doubles out of range are rejected.
+        {"[pen]\nsize=1e400\nhardness=-1e-400\nfluction=2.5e-3\n",
+         [](auto& p, auto& f) { EXPECT_TRUE(!f.size && !f.hardness && p.fluction == 0.0025); }},
+        // Names of up to 258 bytes.
+        {"[guide]\nname=" + std::string(258, 'a') + "\n",
+         [](auto& p, auto& f) { EXPECT_TRUE(f.name && std::strlen(p.name) == 258u); }},
+        {"[guide]\nname=" + std::string(259, 'a') + "\n",
+         [](auto& p, auto& f) {
+             EXPECT_FALSE(f.name);
+             EXPECT_STREQ(p.name, "");
+         }},
+    };
     ScratchDataHome home;
-    Loaded loaded = LoadText(home, "  [ pen ]  \nsize=3\n");
-    EXPECT_DOUBLE_EQ(loaded.param.size, 3.0);
-    EXPECT_TRUE(loaded.flags.size);
-
-    loaded = LoadText(home, "[Pen]\nsize=3\n");
-    EXPECT_TRUE(loaded.ok);
-    EXPECT_FALSE(loaded.flags.size);
-    EXPECT_EQ(loaded.param.size, 0.0);
-
-    loaded = LoadText(home, "[pen] anything after the bracket\nsize=4\n");
-    EXPECT_DOUBLE_EQ(loaded.param.size, 4.0);
-}
-
-TEST(preset_test, a_header_without_closing_bracket_keeps_the_current_category) {
-    ScratchDataHome home;
-    const Loaded loaded = LoadText(home, "[pen]\n[line\nsize=3\nspacing=9\n");
-    EXPECT_TRUE(loaded.flags.size);
-    EXPECT_FALSE(loaded.flags.spacing);
-}
-
-TEST(preset_test, keys_outside_their_category_are_ignored) {
-    ScratchDataHome home;
-    const Loaded loaded = LoadText(home,
-                                   "size=1\n"            // before any header
-                                   "[guide]\nsize=2\n"   // not a guide key
-                                   "[colour]\nsize=3\n"  // unknown category
-                                   "[pen]\nSize=4\nsize\nhardness=0.5\n");
-    ASSERT_TRUE(loaded.ok);
-    EXPECT_FALSE(loaded.flags.size);
-    EXPECT_EQ(loaded.param.size, 0.0);
-    EXPECT_TRUE(loaded.flags.hardness);
-    EXPECT_EQ(CountFlags(loaded.flags), 1);
-}
-
-TEST(preset_test, comments_after_a_value_become_part_of_it) {
-    ScratchDataHome home;
-    const Loaded loaded = LoadText(home, "[guide]\nname = my guide ; x\n[pen]\nsize = 3.5 ; big\n");
-    EXPECT_STREQ(loaded.param.name, "my guide ; x");
-    EXPECT_DOUBLE_EQ(loaded.param.size, 3.5);
-    EXPECT_TRUE(loaded.flags.size);
-}
-
-TEST(preset_test, the_value_is_everything_after_the_first_equals_sign) {
-    ScratchDataHome home;
-    const Loaded loaded = LoadText(home, "[guide]\nname=a=b\n");
-    EXPECT_STREQ(loaded.param.name, "a=b");
-}
-
-TEST(preset_test, crlf_line_ends_read_like_lf) {
-    ScratchDataHome home;
-    std::string crlf;
-    for (char c : kDefaultPresetFile)
-        crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
-    const Loaded loaded = LoadText(home, crlf);
-    ASSERT_TRUE(loaded.ok);
-    ExpectSameValues(loaded.param, DefaultPreset());
-    EXPECT_EQ(CountFlags(loaded.flags), 22);
-}
-
-TEST(preset_test, the_last_line_counts_without_a_line_feed) {
-    ScratchDataHome home;
-    const Loaded loaded = LoadText(home, "[line]\nconnect=true");
-    EXPECT_TRUE(loaded.param.connect);
-    EXPECT_TRUE(loaded.flags.connect);
-}
-
-TEST(preset_test, a_byte_order_mark_hides_the_first_category) {
-    ScratchDataHome home;
-    const Loaded loaded = LoadText(home, "\xEF\xBB\xBF" + kDefaultPresetFile);
-    ASSERT_TRUE(loaded.ok);
-    for (auto flag :
-         {&MoveEffectIniReadFlag::type, &MoveEffectIniReadFlag::p1, &MoveEffectIniReadFlag::p2,
-          &MoveEffectIniReadFlag::p3, &MoveEffectIniReadFlag::name, &MoveEffectIniReadFlag::curvature}) {
-        EXPECT_FALSE(loaded.flags.*flag);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.text.substr(0, 80));
+        const Loaded loaded = LoadText(home, row.text);
+        ASSERT_TRUE(loaded.ok);
+        row.check(loaded.param, loaded.flags);
     }
-    EXPECT_STREQ(loaded.param.name, "");
-    EXPECT_EQ(CountFlags(loaded.flags), 16);
-    EXPECT_DOUBLE_EQ(loaded.param.size, 2.0);
-}
-
-TEST(preset_test, integers_stop_at_the_first_non_digit_and_reject_overflow) {
-    ScratchDataHome home;
-    Loaded loaded = LoadText(home, "[pen]\nin=12.9\nout=abc\n");
-    EXPECT_EQ(loaded.param.in, 12);
-    EXPECT_TRUE(loaded.flags.in);
-    EXPECT_FALSE(loaded.flags.out);
-
-    loaded = LoadText(home, "[pen]\nin=99999999999\nout=-2147483648\n");
-    EXPECT_FALSE(loaded.flags.in);
-    EXPECT_EQ(loaded.param.in, 0);
-    EXPECT_EQ(loaded.param.out, INT32_MIN);
-}
-
-TEST(preset_test, booleans_accept_digits_and_any_letter_case) {
-    ScratchDataHome home;
-    Loaded loaded = LoadText(home, "[pen]\nasdist=TRUE\neasing=1\n[line]\nconnect=yes\n");
-    EXPECT_TRUE(loaded.param.asdist);
-    EXPECT_TRUE(loaded.param.easing);
-    EXPECT_FALSE(loaded.flags.connect);
-
-    loaded = LoadText(home, "[pen]\nasdist=False\neasing=0\n");
-    EXPECT_TRUE(loaded.flags.asdist);
-    EXPECT_FALSE(loaded.param.asdist);
-    EXPECT_TRUE(loaded.flags.easing);
-}
-
-TEST(preset_test, arrangement_words_accept_any_letter_case) {
-    ScratchDataHome home;
-    Loaded loaded = LoadText(home, "[guide]\ntype=Circle\n");
-    EXPECT_EQ(loaded.param.type, 2);
-    EXPECT_TRUE(loaded.flags.type);
-    loaded = LoadText(home, "[guide]\ntype=PARALLEL\n");
-    EXPECT_EQ(loaded.param.type, 1);
-    loaded = LoadText(home, "[guide]\ntype=\n");
-    EXPECT_FALSE(loaded.flags.type);
-    loaded = LoadText(home, "[guide]\ntype=2\n");
-    EXPECT_FALSE(loaded.flags.type);
-}
-
-TEST(preset_test, points_need_a_comma_and_keep_x_when_only_y_is_bad) {
-    ScratchDataHome home;
-    Loaded loaded = LoadText(home, "[guide]\np1=0.1\np2=0.1,x\np3 = 0.25 , 0.75\n");
-    EXPECT_FALSE(loaded.flags.p1);
-    EXPECT_EQ(loaded.param.p1.x, 0.0);
-    EXPECT_FALSE(loaded.flags.p2);
-    EXPECT_DOUBLE_EQ(loaded.param.p2.x, 0.1);
-    EXPECT_EQ(loaded.param.p2.y, 0.0);
-    EXPECT_TRUE(loaded.flags.p3);
-    EXPECT_DOUBLE_EQ(loaded.param.p3.x, 0.25);
-    EXPECT_DOUBLE_EQ(loaded.param.p3.y, 0.75);
-}
-
-TEST(preset_test, a_repeated_key_keeps_the_last_accepted_value_and_the_last_verdict) {
-    ScratchDataHome home;
-    Loaded loaded = LoadText(home, "[pen]\nsize=3\nsize=4\n");
-    EXPECT_DOUBLE_EQ(loaded.param.size, 4.0);
-    EXPECT_TRUE(loaded.flags.size);
-
-    loaded = LoadText(home, "[pen]\nsize=3\nsize=big\n");
-    EXPECT_DOUBLE_EQ(loaded.param.size, 3.0);
-    EXPECT_FALSE(loaded.flags.size);
-}
-
-TEST(preset_test, doubles_out_of_range_are_rejected) {
-    ScratchDataHome home;
-    const Loaded loaded = LoadText(home, "[pen]\nsize=1e400\nhardness=-1e-400\nfluction=2.5e-3\n");
-    EXPECT_FALSE(loaded.flags.size);
-    EXPECT_FALSE(loaded.flags.hardness);
-    EXPECT_DOUBLE_EQ(loaded.param.fluction, 0.0025);
-}
-
-TEST(preset_test, names_longer_than_258_bytes_are_rejected) {
-    ScratchDataHome home;
-    Loaded loaded = LoadText(home, "[guide]\nname=" + std::string(258, 'a') + "\n");
-    EXPECT_TRUE(loaded.flags.name);
-    EXPECT_EQ(std::strlen(loaded.param.name), 258u);
-    loaded = LoadText(home, "[guide]\nname=" + std::string(259, 'a') + "\n");
-    EXPECT_FALSE(loaded.flags.name);
-    EXPECT_STREQ(loaded.param.name, "");
 }
 
 TEST(preset_test, value_readers_reject_without_touching_the_destination) {
@@ -465,7 +374,7 @@ TEST(preset_test, number_formatting_trims_trailing_zeros) {
     EXPECT_EQ(_dtos(-1.5, 0), "-2");
 }
 
-TEST(preset_test, default_target_points_follow_the_arrangement) {
+TEST(preset_test, default_target_points_follow_the_arrangement_and_only_inside_the_table) {
     PathPoint p{};
     GetDefaultTargetPoint(0, 1, p);
     EXPECT_DOUBLE_EQ(p.y, 0.325);
@@ -479,10 +388,9 @@ TEST(preset_test, default_target_points_follow_the_arrangement) {
     GetDefaultTargetPoint(0, 2, p);
     EXPECT_EQ(p.x, defaults.p3.x);
     EXPECT_EQ(p.y, defaults.p3.y);
-}
 
-TEST(preset_test, default_target_point_outside_the_table_leaves_the_point_alone) {
-    PathPoint p{9, 9};
+    // Outside the table the point is left alone.
+    p = {9, 9};
     GetDefaultTargetPoint(3, 0, p);
     GetDefaultTargetPoint(0, 3, p);
     GetDefaultTargetPoint(-1, 0, p);

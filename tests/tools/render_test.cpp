@@ -397,52 +397,6 @@ TEST(render_guide_test, finds_a_bare_name_in_the_plugin_guide_folder) {
 
 // --- Presets -----------------------------------------------------------------------------------------
 
-TEST(render_preset_test, writes_the_default_preset_as_the_plugin_does) {
-    MoveEffectIniParam defaults;
-    GetDefaultPreset(&defaults);
-    EXPECT_EQ(FormatPresetText(defaults),
-              "[guide]\ntype=radiate\np1=0.5,0.5\np2=0.5,0.325\np3=0.5,0.125\nname=:S\ncurvature=1\n\n"
-              "[pen]\nsize=2\nhardness=1\nfluction=0\nin=500\nout=500\nasdist=false\neasing=false\n\n"
-              "[line]\nposition=0\nposfluct=0\nlength=10\nlenfluct=0\nspacing=50\nspcfluct=0\nlengain=0\n"
-              "spcgain=0\nconnect=true\n");
-}
-
-// The tool reads preset files from anywhere; the plug-in reads them from its preset folder. Both must
-// understand every text the same way.
-TEST(render_preset_test, reads_preset_text_exactly_as_the_plugin_reads_its_folder) {
-    TempFolder temp;
-    const char* saved = std::getenv("XDG_DATA_HOME");
-    const std::string savedValue = saved ? saved : "";
-    setenv("XDG_DATA_HOME", (temp / "data").c_str(), 1);
-    fs::create_directories(Utf16ToUtf8(GetPluginDir(true)));
-
-    const std::string texts[] = {
-        ReadText(kSamples + "focus.ini"),
-        ReadText(kSamples + "wavy.ini"),
-        "# only a comment\n; and another\n",
-        "[guide]\r\ntype=Circle\r\np1 = 0.25 , 0.75\r\nname = my guide ; x\r\n",
-        "\xEF\xBB\xBF[guide]\ntype=parallel\n[pen]\nsize=3.5 ; big\n",
-        "  [ pen ]  \nin=12.9\nout=abc\nasdist=TRUE\n[Pen]\nsize=9\n",
-        "size=4\n[line]\nspacing=10\nspacing=x\nconnect=1\nlength=99999999999\n[guide]\np1=0.1\np2=0.2,x\n",
-        "[line\nspacing=3\n[line]\nspcgain=-4e1",
-    };
-    for (const std::string& text : texts) {
-        WriteText(Utf16ToUtf8(GetIniFilePath(u"t")), text);
-        MoveEffectIniParam mine, theirs;
-        MoveEffectIniReadFlag mineRead, theirsRead;
-        std::memset(&mine, 0x55, sizeof mine);
-        std::memset(&theirs, 0x55, sizeof theirs);
-        ASSERT_EQ(ParsePresetText(text, &mine, &mineRead), LoadPreset(u"t", &theirs, &theirsRead)) << text;
-        EXPECT_EQ(std::memcmp(&mineRead, &theirsRead, sizeof mineRead), 0) << text;
-        EXPECT_EQ(FormatPresetText(mine), FormatPresetText(theirs)) << text;
-        EXPECT_EQ(mine.p2.x, theirs.p2.x) << text;  // a half-read point keeps its x in both
-    }
-    if (saved)
-        setenv("XDG_DATA_HOME", savedValue.c_str(), 1);
-    else
-        unsetenv("XDG_DATA_HOME");
-}
-
 TEST(render_preset_test, writes_a_preset_that_the_plugin_reads_back) {
     TempFolder temp;
     const RenderOptions options = Parse(

@@ -424,6 +424,16 @@ HostResult GetField(_Property* property, int64_t key, int64_t kind, const char* 
     return kHostResultOk;
 }
 
+// The slider cannot show a value outside its range, so the host keeps it inside.
+template <typename T>
+HostResult SetClampedValue(_Property* property, int64_t key, int64_t kind, const char* op, T SimItem::*value,
+                           T SimItem::*minimum, T SimItem::*maximum, T wanted) {
+    SimItem* item = ItemOf(property, key, kind, op);
+    if (!item) return kHostResultFailed;
+    item->*value = std::clamp(wanted, item->*minimum, std::max(item->*minimum, item->*maximum));
+    return kHostResultOk;
+}
+
 HostResult SetBooleanValue(_Property* p, int64_t key, HostBool value) {
     return SetField(p, key, kHostValueKindBoolean, "setBooleanValue", &SimItem::boolValue, value != 0);
 }
@@ -438,11 +448,8 @@ HostResult GetBooleanDefault(_Property* p, int64_t key, HostBool* value) {
 }
 
 HostResult SetIntegerValue(_Property* p, int64_t key, int64_t value) {
-    SimItem* item = ItemOf(p, key, kHostValueKindInteger, "setIntegerValue");
-    if (!item) return kHostResultFailed;
-    // The slider cannot show a value outside its range, so the host keeps it inside.
-    item->intValue = std::clamp(value, item->intMin, std::max(item->intMin, item->intMax));
-    return kHostResultOk;
+    return SetClampedValue(p, key, kHostValueKindInteger, "setIntegerValue", &SimItem::intValue,
+                           &SimItem::intMin, &SimItem::intMax, value);
 }
 HostResult GetIntegerValue(_Property* p, int64_t key, int64_t* value) {
     return GetField(p, key, kHostValueKindInteger, "getIntegerValue", &SimItem::intValue, value);
@@ -461,10 +468,8 @@ HostResult SetIntegerMaximum(_Property* p, int64_t key, int64_t value) {
 }
 
 HostResult SetDecimalValue(_Property* p, int64_t key, double value) {
-    SimItem* item = ItemOf(p, key, kHostValueKindDecimal, "setDecimalValue");
-    if (!item) return kHostResultFailed;
-    item->decValue = std::clamp(value, item->decMin, std::max(item->decMin, item->decMax));
-    return kHostResultOk;
+    return SetClampedValue(p, key, kHostValueKindDecimal, "setDecimalValue", &SimItem::decValue,
+                           &SimItem::decMin, &SimItem::decMax, value);
 }
 HostResult GetDecimalValue(_Property* p, int64_t key, double* value) {
     return GetField(p, key, kHostValueKindDecimal, "getDecimalValue", &SimItem::decValue, value);
