@@ -117,17 +117,7 @@ void Render(benchmark::State& state, const MoveEffectParam& param, int32_t width
         if (mode == Mode::kPooled) {
             filter.ApplyEffect(false);
         } else {
-            switch (param.type) {
-                case 1:
-                    filter.CreateParallelPathTasks();
-                    break;
-                case 2:
-                    filter.CreateCirclePathTasks();
-                    break;
-                default:
-                    filter.CreateRadiatePathTasks();
-                    break;
-            }
+            filter.CreatePathTasks();
             filter.GetPool().RunAsSingleThread();
         }
         if (!filter.IsCancelled()) filter.DrawToCanvas(0, 0, colour, page.dest.data(), width * 4);

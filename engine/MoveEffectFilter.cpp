@@ -238,6 +238,13 @@ void MoveEffectFilter::SetBaseImage(const MoveEffectImageParam* image) {
 
 void MoveEffectFilter::ApplyEffect(bool /*singleThread*/) {
     if (m_pixels == nullptr) return;
+    CreatePathTasks();
+    m_pool.SetProgressCallback(&MoveEffectFilter::OnProgress, this);
+    m_pool.Run();
+}
+
+void MoveEffectFilter::CreatePathTasks() {
+    if (m_pixels == nullptr) return;
     switch (m_param.type) {
         case 1:
             CreateParallelPathTasks();
@@ -249,8 +256,6 @@ void MoveEffectFilter::ApplyEffect(bool /*singleThread*/) {
             CreateRadiatePathTasks();
             break;
     }
-    m_pool.SetProgressCallback(&MoveEffectFilter::OnProgress, this);
-    m_pool.Run();
 }
 
 // Runs on the thread that runs the pool (the caller's), once per finished task.

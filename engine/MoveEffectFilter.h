@@ -96,6 +96,11 @@ public:
     // cancelled. The flag is accepted for the host protocol and ignored: the pool always runs threaded.
     void ApplyEffect(bool singleThread);
 
+    // Enqueues the arrangement's tasks on the pool without running them (nothing without a base
+    // image). ApplyEffect starts with this; benchmarks and tests follow it with
+    // GetPool().RunAsSingleThread() to measure or check a pass on one thread.
+    void CreatePathTasks();
+
     // The pool's progress callback (`self` is the filter). Forwards to the caller's callback; a 0
     // answer marks the filter cancelled and returns 0 so the pool cancels its tasks.
     static int OnProgress(int total, int done, void* self);

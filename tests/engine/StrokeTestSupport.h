@@ -85,17 +85,7 @@ inline uint8_t CoverageAt(const MoveEffectFilter& filter, int32_t x, int32_t y) 
 
 // Lays out the filter's arrangement and runs its tasks on this thread; returns the task count.
 inline int RenderSingleThreaded(MoveEffectFilter& filter) {
-    switch (filter.GetParameterRecord().type) {
-        case 1:
-            filter.CreateParallelPathTasks();
-            break;
-        case 2:
-            filter.CreateCirclePathTasks();
-            break;
-        default:
-            filter.CreateRadiatePathTasks();
-            break;
-    }
+    filter.CreatePathTasks();
     filter.GetPool().RunAsSingleThread();
     return filter.GetPool().GetTotalTasks();
 }
