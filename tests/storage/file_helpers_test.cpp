@@ -72,14 +72,10 @@ TEST(file_helpers_test, extension_test_is_a_suffix_test_ignoring_ascii_case_only
     EXPECT_FALSE(HasExtension(u"x.ÄB", u".äb"));  // only A to Z match across case
 }
 
-TEST(file_helpers_test, listing_a_missing_folder_gives_an_empty_list) {
-    ScratchDataHome home;
-    EXPECT_THAT(EnumFiles(U16(home.root() + "/missing"), u".ini"), IsEmpty());
-}
-
 TEST(file_helpers_test, listing_folds_extension_case_and_keeps_sub_folders) {
     ScratchDataHome home;
     const std::string dir = home.root() + "/list";
+    EXPECT_THAT(EnumFiles(U16(dir), u".ini"), IsEmpty());  // no folder yet
     fs::create_directory(dir);
     for (const char* name : {"A.INI", "b.ini", "c.txt"})
         ScratchDataHome::Write(dir + "/" + name, "x");
@@ -131,40 +127,27 @@ TEST(file_helpers_test, reading_what_cannot_be_opened_gives_nothing_and_leaves_t
     EXPECT_EQ(buffer, &sentinel);
 }
 
-TEST(file_helpers_test, writing_replaces_the_file_with_the_exact_bytes) {
+TEST(file_helpers_test, writing_replaces_the_file_with_the_exact_bytes_and_never_makes_folders) {
     ScratchDataHome home;
     const std::string path = home.root() + "/out.ini";
     ScratchDataHome::Write(path, "an older and longer content");
     const std::string bytes("a\r\nb\0c", 6);
     ASSERT_TRUE(WriteAllText(U16(path), bytes));
     EXPECT_EQ(ScratchDataHome::Read(path), bytes);
-}
-
-TEST(file_helpers_test, writing_into_a_missing_folder_fails) {
-    ScratchDataHome home;
     EXPECT_FALSE(WriteAllText(U16(home.root() + "/no/such/folder/a.ini"), "x"));
     EXPECT_FALSE(fs::exists(home.root() + "/no"));
+    // The binary writer is a stub: it reports success and writes nothing.
+    EXPECT_TRUE(WriteBinaryFile((home.root() + "/blob.bin").c_str(), "abc", 3));
+    EXPECT_FALSE(fs::exists(home.root() + "/blob.bin"));
 }
 
-TEST(file_helpers_test, binary_writing_is_a_stub_that_writes_nothing) {
+TEST(file_helpers_test, only_regular_files_exist_and_data_folders_are_created_with_their_parents) {
     ScratchDataHome home;
-    const std::string path = home.root() + "/blob.bin";
-    EXPECT_TRUE(WriteBinaryFile(path.c_str(), "abc", 3));
-    EXPECT_FALSE(fs::exists(path));
-}
-
-TEST(file_helpers_test, only_regular_files_exist) {
-    ScratchDataHome home;
-    const std::string path = home.root() + "/file.ini";
-    ScratchDataHome::Write(path, "x");
-    EXPECT_TRUE(FileExists(U16(path)));
+    ScratchDataHome::Write(home.root() + "/file.ini", "x");
+    EXPECT_TRUE(FileExists(U16(home.root() + "/file.ini")));
     EXPECT_FALSE(FileExists(U16(home.root())));
     EXPECT_FALSE(FileExists(U16(home.root() + "/missing")));
     EXPECT_FALSE(FileExists(u""));
-}
-
-TEST(file_helpers_test, data_folders_are_created_with_their_parents) {
-    ScratchDataHome home;
     EXPECT_TRUE(fs::is_directory(home.root() + "/quorvel/brivane/preset"));
     EXPECT_TRUE(fs::is_directory(home.root() + "/quorvel/brivane/guide"));
     EXPECT_TRUE(CreateDataDirectory(GetPluginDir(true)));  // already there
@@ -173,16 +156,13 @@ TEST(file_helpers_test, data_folders_are_created_with_their_parents) {
     EXPECT_FALSE(CreateDataDirectory(u""));
 }
 
-TEST(file_helpers_test, utf8_conversion_repairs_invalid_bytes_and_stops_at_nul) {
+TEST(file_helpers_test, conversions_repair_invalid_input_and_utf8_stops_at_nul) {
     EXPECT_EQ(Utf8ToUtf16(""), u"");
     EXPECT_EQ(Utf8ToUtf16("a\xFF"
                           "b"),
               u"a\uFFFDb");
     EXPECT_EQ(Utf8ToUtf16(std::string("ab\0cd", 5)), u"ab");
     EXPECT_EQ(Utf8ToUtf16("Gr\xC3\xBC\xC3\x9F \xF0\x9F\x98\x80"), u"Grüß \U0001F600");
-}
-
-TEST(file_helpers_test, utf16_conversion_repairs_unpaired_surrogates) {
     EXPECT_EQ(Utf16ToUtf8(u""), "");
     EXPECT_EQ(Utf16ToUtf8(std::u16string{u'a', char16_t(0xD800)}), "a\xEF\xBF\xBD");
     EXPECT_EQ(Utf16ToUtf8(u"Grüß"), "Gr\xC3\xBC\xC3\x9F");
