@@ -42,17 +42,25 @@ TEST(layout_test, parallel_lines_stand_at_offsets_0_8_and_12_for_spacing_10_and_
     EXPECT_EQ(CoveredColumns(*filter, 30), (std::vector<int32_t>{9, 10, 17, 18, 21, 22}));
 }
 
-TEST(layout_test, parallel_makes_one_line_at_p1_when_p3_is_p1_and_none_without_spacing) {
+TEST(layout_test, parallel_makes_one_line_at_p1_when_p3_is_p1) {
     PathParser guide = StraightGuide();
     Layer layer(60, 60, true);
     auto single = MakeFilter(QuietParam(1), PointTarget{30, 50, 30, 10, 30, 50}, guide, layer);
     EXPECT_EQ(RenderSingleThreaded(*single), 1);
     EXPECT_EQ(CoveredColumns(*single, 30), (std::vector<int32_t>{29, 30}));
+}
 
-    MoveEffectParam param = QuietParam(1);
-    param.spacing = 0;
-    auto none = MakeFilter(param, PointTarget{30, 50, 30, 10, 50, 50}, guide, layer);
-    EXPECT_EQ(RenderSingleThreaded(*none), 0);
+TEST(layout_test, no_spacing_makes_no_line_and_the_target_ring_alone) {
+    PathParser guide = StraightGuide();
+    Layer layer(100, 100, true);
+    const PointTarget targets[3] = {
+        {50, 50, 50, 40, 50, 10}, {30, 50, 30, 10, 50, 50}, {25, 50, 75, 50, 50, 25}};
+    for (int32_t type = 0; type < 3; ++type) {
+        MoveEffectParam param = QuietParam(type);
+        param.spacing = 0;
+        auto filter = MakeFilter(param, targets[type], guide, layer);
+        EXPECT_EQ(RenderSingleThreaded(*filter), type == 2 ? 1 : 0) << "type " << type;
+    }
 }
 
 // Coverage-weighted mean row of column x.
@@ -107,16 +115,12 @@ TEST(layout_test, radiate_lines_stand_a_quarter_turn_apart_for_spacing_1000) {
     EXPECT_EQ(CoverageAt(*filter, 50, 2), 0);
 }
 
-TEST(layout_test, radiate_makes_no_line_without_spacing_and_takes_the_farther_point_as_outer_end) {
+TEST(layout_test, radiate_takes_the_farther_point_as_outer_end) {
     PathParser guide = StraightGuide();
     Layer layer(100, 100, true);
     MoveEffectParam param = QuietParam(0);
-    param.spacing = 0;
-    param.size = 4;
-    auto none = MakeFilter(param, PointTarget{50, 50, 50, 40, 50, 10}, guide, layer);
-    EXPECT_EQ(RenderSingleThreaded(*none), 0);
-
     param.spacing = 1000;
+    param.size = 4;
     // p2 is the far point here: the first line points right, from radius 5 to radius 30.
     auto swapped = MakeFilter(param, PointTarget{50, 50, 80, 50, 50, 45}, guide, layer);
     RenderSingleThreaded(*swapped);
@@ -125,7 +129,7 @@ TEST(layout_test, radiate_makes_no_line_without_spacing_and_takes_the_farther_po
     EXPECT_EQ(CoverageAt(*swapped, 50, 10), 0);  // well beyond radius 30
 }
 
-TEST(layout_test, a_tiny_ring_has_at_least_4_vertices_and_every_ring_an_even_count) {
+TEST(layout_test, a_tiny_ring_has_at_least_4_vertices_and_every_ring_an_even_count_from_start_to_close) {
     PathParser guide = StraightGuide();
     Layer layer(40, 40, true);
     auto filter = MakeFilter(QuietParam(2), PointTarget{10, 20, 30, 20, 20, 10}, guide, layer);
@@ -140,21 +144,16 @@ TEST(layout_test, a_tiny_ring_has_at_least_4_vertices_and_every_ring_an_even_cou
             << "radius " << radius;
         EXPECT_GE(static_cast<double>(vertices), perimeter / 5) << "radius " << radius;
     }
-}
-
-TEST(layout_test, a_ring_starts_at_the_start_angle_and_closes_on_itself) {
-    PathParser guide = StraightGuide();
-    Layer layer(40, 40, true);
-    auto filter = MakeFilter(QuietParam(2), PointTarget{10, 20, 30, 20, 20, 10}, guide, layer);
+    // A ring starts at its start angle and closes on itself.
     auto ring = MakeRingTask(filter.get(), nullptr, PathPoint{100, 100}, 0, std::numbers::pi / 2, 50, 30);
     const std::vector<PathSegment>& segments = ring->GetPath().GetSegments();
     ASSERT_GE(segments.size(), 5u);
     EXPECT_EQ(segments.front().type, PathSegment::kMoveTo);
-    EXPECT_NEAR(segments.front().points[0].x, 100, 1e-9);
-    EXPECT_NEAR(segments.front().points[0].y, 130, 1e-9);
     EXPECT_EQ(segments.back().type, PathSegment::kLineTo);
-    EXPECT_NEAR(segments.back().points[0].x, 100, 1e-9);
-    EXPECT_NEAR(segments.back().points[0].y, 130, 1e-9);
+    for (const PathSegment* end : {&segments.front(), &segments.back()}) {
+        EXPECT_NEAR(end->points[0].x, 100, 1e-9);
+        EXPECT_NEAR(end->points[0].y, 130, 1e-9);
+    }
 }
 
 TEST(layout_test, circle_rings_step_in_and_out_by_the_spacing_while_they_can_be_seen) {
@@ -172,10 +171,6 @@ TEST(layout_test, circle_rings_step_in_and_out_by_the_spacing_while_they_can_be_
         EXPECT_EQ(CoverageAt(*filter, 50 + radius - 5, 50), 0) << "between rings " << radius;
     }
     EXPECT_EQ(CoverageAt(*filter, 50, 50), 0);
-
-    param.spacing = 0;
-    auto alone = MakeFilter(param, PointTarget{25, 50, 75, 50, 50, 25}, guide, layer);
-    EXPECT_EQ(RenderSingleThreaded(*alone), 1);
 }
 
 TEST(layout_test, a_gain_that_turns_the_step_round_ends_the_pass) {
@@ -190,7 +185,8 @@ TEST(layout_test, a_gain_that_turns_the_step_round_ends_the_pass) {
     EXPECT_EQ(RenderSingleThreaded(*filter), 2);
 }
 
-TEST(layout_test, an_ellipse_round_the_whole_canvas_is_not_in_it_and_one_inside_or_across_is) {
+TEST(layout_test,
+     ellipses_are_in_the_canvas_unless_round_or_beside_it_and_segments_meet_them_at_the_outline) {
     PathParser guide = StraightGuide();
     Layer layer(100, 60);
     auto filter = MakeFilter(QuietParam(2), PointTarget{0, 0, 0, 0, 0, 0}, guide, layer);
@@ -200,14 +196,9 @@ TEST(layout_test, an_ellipse_round_the_whole_canvas_is_not_in_it_and_one_inside_
     EXPECT_FALSE(filter->IsEllipseIn(PathPoint{50, 30}, 200, 200, 0.2));  // round the whole canvas
     EXPECT_FALSE(filter->IsEllipseIn(PathPoint{-50, 30}, 20, 20, 0));     // wholly left of it
     EXPECT_FALSE(filter->IsEllipseIn(PathPoint{50, 130}, 40, 20, 0));     // wholly below it
-}
-
-TEST(layout_test, a_segment_meets_an_ellipse_only_where_it_crosses_the_outline) {
-    PathParser guide = StraightGuide();
-    Layer layer(10, 10);
-    auto filter = MakeFilter(QuietParam(2), PointTarget{0, 0, 0, 0, 0, 0}, guide, layer);
+    // A segment meets an ellipse only where it crosses the outline. Ellipse 10 x 5 turned a quarter:
+    // it reaches 10 up and down, 5 to the sides.
     const PathPoint c{0, 0};
-    // Ellipse 10 x 5 turned a quarter: it reaches 10 up and down, 5 to the sides.
     const double quarter = std::numbers::pi / 2;
     EXPECT_TRUE(filter->LineIntersectsEllipse({-20, 9}, {20, 9}, c, 10, 5, quarter));
     EXPECT_FALSE(filter->LineIntersectsEllipse({-20, 11}, {20, 11}, c, 10, 5, quarter));
@@ -225,34 +216,6 @@ TEST(layout_test, a_segment_is_in_the_canvas_when_any_part_of_it_is) {
     EXPECT_FALSE(filter->IsLineInCanvas({-10, -10}, {-1, 60}));
     EXPECT_FALSE(filter->IsLineInCanvas({-10, 40}, {20, 80}));  // passes below the corner
     EXPECT_FALSE(filter->IsLineInCanvas({101, 0}, {101, 50}));
-}
-
-TEST(layout_test, threaded_and_single_threaded_renders_are_the_same_bytes) {
-    MoveEffectParam param = QuietParam(0);
-    param.size = 5;
-    param.hardness = 0.6;
-    param.in = 0.4;
-    param.out = 0.4;
-    param.length = 8;
-    param.spacing = 40;
-    PathParser guide;
-    guide.CreateCurve();
-    Layer layer(160, 120);
-    layer.InkRect(10, 10, 150, 110);
-    const PointTarget target{80, 60, 80, 50, 80, 5};
-    auto threaded = MakeFilter(param, target, guide, layer);
-    threaded->ApplyEffect(false);
-    auto single = MakeFilter(param, target, guide, layer);
-    RenderSingleThreaded(*single);
-    const std::size_t size = static_cast<std::size_t>(160) * 120;
-    EXPECT_EQ(std::vector<uint8_t>(threaded->GetCoverage(), threaded->GetCoverage() + size),
-              std::vector<uint8_t>(single->GetCoverage(), single->GetCoverage() + size));
-    const MoveEffectFilter::DirtyRect a = threaded->GetDirtyRect();
-    const MoveEffectFilter::DirtyRect b = single->GetDirtyRect();
-    EXPECT_EQ(a.left, b.left);
-    EXPECT_EQ(a.top, b.top);
-    EXPECT_EQ(a.right, b.right);
-    EXPECT_EQ(a.bottom, b.bottom);
 }
 
 int StopAtOnce(int, int, void* calls) {

@@ -100,8 +100,8 @@ TEST(path_task_test, strokes_cover_the_inked_run_extended_by_half_the_length_at_
     EXPECT_EQ(CoverageAt(*filter, 50, 10), 0);
 }
 
-TEST(path_task_test, the_same_settings_render_the_same_bytes) {
-    MoveEffectParam param = QuietParam(1);
+TEST(path_task_test, pooled_and_single_threaded_renders_are_the_same_bytes_in_every_arrangement) {
+    MoveEffectParam param = QuietParam(0);
     param.size = 7;
     param.hardness = 0.4;
     param.in = 0.3;
@@ -112,78 +112,80 @@ TEST(path_task_test, the_same_settings_render_the_same_bytes) {
     guide.CreateCurve();
     Layer layer(90, 90);
     layer.InkRect(10, 10, 80, 50);
-    auto first = MakeFilter(param, PointTarget{5, 80, 85, 20, 5, 5}, guide, layer);
-    RenderSingleThreaded(*first);
-    auto second = MakeFilter(param, PointTarget{5, 80, 85, 20, 5, 5}, guide, layer);
-    second->ApplyEffect(false);
-    const std::size_t size = static_cast<std::size_t>(90) * 90;
-    EXPECT_EQ(std::vector<uint8_t>(first->GetCoverage(), first->GetCoverage() + size),
-              std::vector<uint8_t>(second->GetCoverage(), second->GetCoverage() + size));
-    EXPECT_GT(CountCovered(*first), 500);
+    const PointTarget targets[3] = {{45, 45, 45, 35, 45, 5}, {5, 80, 85, 20, 5, 5}, {20, 45, 70, 45, 45, 30}};
+    for (int32_t type = 0; type < 3; ++type) {
+        SCOPED_TRACE(type);
+        param.type = type;
+        auto single = MakeFilter(param, targets[type], guide, layer);
+        RenderSingleThreaded(*single);
+        auto pooled = MakeFilter(param, targets[type], guide, layer);
+        pooled->ApplyEffect(false);
+        const std::size_t size = static_cast<std::size_t>(90) * 90;
+        EXPECT_EQ(std::vector<uint8_t>(single->GetCoverage(), single->GetCoverage() + size),
+                  std::vector<uint8_t>(pooled->GetCoverage(), pooled->GetCoverage() + size));
+        const MoveEffectFilter::DirtyRect a = single->GetDirtyRect();
+        const MoveEffectFilter::DirtyRect b = pooled->GetDirtyRect();
+        EXPECT_TRUE(a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom);
+        EXPECT_GT(CountCovered(*single), 300);
+    }
 }
 
-TEST(path_task_test, fractional_taper_is_linear_over_its_share_of_half_the_stroke) {
-    MoveEffectParam param = QuietParam(1);
-    param.in = 0.5;
-    param.out = 0.5;
+// Fractional taper is linear over its share of half the stroke; eased taper rises quadratically fast
+// and is full at the same place; absolute taper counts pixels, its taper-in stopping at the middle.
+TEST(path_task_test, taper_profiles_give_the_documented_pressures) {
+    enum Profile { kNone, kFraction, kEased, kAbsolute };
+    const struct {
+        Profile profile;
+        double position, length;
+        bool taperIn, taperOut;
+        double fluctuation, pressure;
+    } cases[] = {
+        // 100 px with in = out = 0.5: the taper-in covers the first 25 px, the taper-out the last 25.
+        {kFraction, 0, 100, true, true, 0, 0},
+        {kFraction, 10, 100, true, true, 0, 0.4},
+        {kFraction, 25, 100, true, true, 0, 1},
+        {kFraction, 50, 100, true, true, 0, 1},
+        {kFraction, 90, 100, true, true, 0, 0.4},
+        {kFraction, 100, 100, true, true, 0, 0},
+        {kFraction, 10, 100, false, false, 0, 1},  // untapered ends are at full pressure right away
+        {kFraction, 90, 100, false, false, 0, 1},
+        {kEased, 10, 100, true, true, 0, 0.4 * 1.6},
+        {kEased, 25, 100, true, true, 0, 1},
+        {kEased, 90, 100, true, true, 0, 0.4 * 1.6},
+        // in = 10 px, out = 20 px.
+        {kAbsolute, 5, 100, true, true, 0, 0.5},
+        {kAbsolute, 10, 100, true, true, 0, 1},
+        {kAbsolute, 50, 100, true, true, 0, 1},
+        {kAbsolute, 90, 100, true, true, 0, 0.5},
+        {kAbsolute, 8, 16, true, false, 0, 0.8},  // a 16 px stroke: the taper-in ends at the middle
+        {kAbsolute, 9, 16, true, false, 0, 1},
+        // No taper: full pressure but at the very first pixel; a stroke of no length is a dot.
+        {kNone, 0, 30, true, true, 0, 0},
+        {kNone, 1, 30, true, true, 0, 1},
+        {kNone, 30, 30, true, true, 0, 1},
+        {kNone, 0, 0, true, true, 0, 1},
+        {kNone, 12, 30, true, true, 0.3, 0.7},
+    };
     PathParser guide = StraightGuide();
     Layer layer(4, 4);
-    auto filter = MakeFilter(param, kNoTarget, guide, layer);
-    PathTask task(filter.get(), nullptr);
-    // 100 px: the taper-in covers 0.5 of the first half (25 px), the taper-out the last 25 px.
-    EXPECT_DOUBLE_EQ(task.GetPressure(0, 100, true, true, 0), 0);
-    EXPECT_DOUBLE_EQ(task.GetPressure(10, 100, true, true, 0), 0.4);
-    EXPECT_DOUBLE_EQ(task.GetPressure(25, 100, true, true, 0), 1);
-    EXPECT_DOUBLE_EQ(task.GetPressure(50, 100, true, true, 0), 1);
-    EXPECT_DOUBLE_EQ(task.GetPressure(90, 100, true, true, 0), 0.4);
-    EXPECT_DOUBLE_EQ(task.GetPressure(100, 100, true, true, 0), 0);
-    // Untapered ends are at full pressure right away.
-    EXPECT_DOUBLE_EQ(task.GetPressure(10, 100, false, false, 0), 1);
-    EXPECT_DOUBLE_EQ(task.GetPressure(90, 100, false, false, 0), 1);
-}
-
-TEST(path_task_test, eased_taper_rises_quadratically_fast_and_reaches_full_pressure_at_the_same_place) {
-    MoveEffectParam param = QuietParam(1);
-    param.in = 0.5;
-    param.out = 0.5;
-    param.easing = true;
-    PathParser guide = StraightGuide();
-    Layer layer(4, 4);
-    auto filter = MakeFilter(param, kNoTarget, guide, layer);
-    PathTask task(filter.get(), nullptr);
-    EXPECT_DOUBLE_EQ(task.GetPressure(10, 100, true, true, 0), 0.4 * 1.6);
-    EXPECT_DOUBLE_EQ(task.GetPressure(25, 100, true, true, 0), 1);
-    EXPECT_DOUBLE_EQ(task.GetPressure(90, 100, true, true, 0), 0.4 * 1.6);
-}
-
-TEST(path_task_test, absolute_taper_counts_pixels_and_taper_in_stops_at_the_middle) {
-    MoveEffectParam param = QuietParam(1);
-    param.asdist = true;
-    param.in = 10;
-    param.out = 20;
-    PathParser guide = StraightGuide();
-    Layer layer(4, 4);
-    auto filter = MakeFilter(param, kNoTarget, guide, layer);
-    PathTask task(filter.get(), nullptr);
-    EXPECT_DOUBLE_EQ(task.GetPressure(5, 100, true, true, 0), 0.5);
-    EXPECT_DOUBLE_EQ(task.GetPressure(10, 100, true, true, 0), 1);
-    EXPECT_DOUBLE_EQ(task.GetPressure(50, 100, true, true, 0), 1);
-    EXPECT_DOUBLE_EQ(task.GetPressure(90, 100, true, true, 0), 0.5);
-    // A 16 px stroke with a 10 px taper-in: the taper-in ends at the middle.
-    EXPECT_DOUBLE_EQ(task.GetPressure(8, 16, true, false, 0), 0.8);
-    EXPECT_DOUBLE_EQ(task.GetPressure(9, 16, true, false, 0), 1);
-}
-
-TEST(path_task_test, no_taper_means_full_pressure_but_at_the_very_first_pixel) {
-    PathParser guide = StraightGuide();
-    Layer layer(4, 4);
-    auto filter = MakeFilter(QuietParam(1), kNoTarget, guide, layer);
-    PathTask task(filter.get(), nullptr);
-    EXPECT_DOUBLE_EQ(task.GetPressure(0, 30, true, true, 0), 0);
-    EXPECT_DOUBLE_EQ(task.GetPressure(1, 30, true, true, 0), 1);
-    EXPECT_DOUBLE_EQ(task.GetPressure(30, 30, true, true, 0), 1);
-    EXPECT_DOUBLE_EQ(task.GetPressure(0, 0, true, true, 0), 1);  // a stroke of no length is a dot
-    EXPECT_DOUBLE_EQ(task.GetPressure(12, 30, true, true, 0.3), 0.7);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << "profile " << c.profile << " at " << c.position << " of " << c.length);
+        MoveEffectParam param = QuietParam(1);
+        if (c.profile == kFraction || c.profile == kEased) {
+            param.in = 0.5;
+            param.out = 0.5;
+            param.easing = c.profile == kEased;
+        } else if (c.profile == kAbsolute) {
+            param.asdist = true;
+            param.in = 10;
+            param.out = 20;
+        }
+        auto filter = MakeFilter(param, kNoTarget, guide, layer);
+        PathTask task(filter.get(), nullptr);
+        EXPECT_DOUBLE_EQ(task.GetPressure(c.position, c.length, c.taperIn, c.taperOut, c.fluctuation),
+                         c.pressure);
+    }
 }
 
 TEST(path_task_test, rendered_taper_thickens_over_its_length_then_stays_full) {
