@@ -136,31 +136,28 @@ TEST(render_options_test, starts_from_the_default_preset) {
     EXPECT_FALSE(options.over);
 }
 
-TEST(render_options_test, unset_points_follow_the_arrangement_defaults_in_pixels) {
-    const PointTarget radiate = Target(Parse({"in.png", "-o", "o.png"}), 1000, 800);
-    EXPECT_EQ(radiate.x1, 500);
-    EXPECT_EQ(radiate.y1, 400);
-    EXPECT_EQ(radiate.y2, 260);  // 0.325 of 800
-    EXPECT_EQ(radiate.y3, 100);
-    const PointTarget parallel = Target(Parse({"in.png", "-o", "o.png", "--type", "parallel"}), 1000, 800);
-    EXPECT_EQ(parallel.x1, 250);
-    EXPECT_EQ(parallel.y1, 700);
-    EXPECT_EQ(parallel.x3, 750);
-    const PointTarget circle = Target(Parse({"in.png", "-o", "o.png", "--type", "2"}), 1000, 800);
-    EXPECT_EQ(circle.x2, 750);
-    EXPECT_EQ(circle.y3, 200);
-}
-
-TEST(render_options_test, reads_points_in_pixels_and_percent_truncating_like_the_plugin) {
-    const RenderOptions options =
-        Parse({"in.png", "-o", "o.png", "--p1", "50%,25%", "--p2=10.9,-20", "--p3", "33.35%,150"});
-    const PointTarget t = Target(options, 200, 100);
-    EXPECT_EQ(t.x1, 100);
-    EXPECT_EQ(t.y1, 25);
-    EXPECT_EQ(t.x2, 10);
-    EXPECT_EQ(t.y2, -20);
-    EXPECT_EQ(t.x3, 66);  // 200 x 0.3335 = 66.7
-    EXPECT_EQ(t.y3, 150);
+// Unset points follow the arrangement's defaults; given ones are pixels or percent of the canvas,
+// truncated like the plug-in does.
+TEST(render_options_test, resolves_points_in_pixels_and_percent_over_the_arrangement_defaults) {
+    const struct {
+        const char* args;
+        uint32_t width, height;
+        PointTarget target;
+    } cases[] = {
+        {"", 1000, 800, {500, 400, 500, 260, 500, 100}},
+        {"--type parallel", 1000, 800, {250, 700, 250, 100, 750, 700}},
+        {"--type 2", 1000, 800, {250, 400, 750, 400, 500, 200}},
+        {"--p1 50%,25% --p2=10.9,-20 --p3 33.35%,150", 200, 100, {100, 25, 10, -20, 66, 150}},  // 66.7
+    };
+    for (const auto& c : cases) {
+        const PointTarget t =
+            Target(Parse(Words(std::string("in.png -o o.png ") + c.args)), c.width, c.height);
+        const PointTarget& e = c.target;
+        EXPECT_TRUE(t.x1 == e.x1 && t.y1 == e.y1 && t.x2 == e.x2 && t.y2 == e.y2 && t.x3 == e.x3 &&
+                    t.y3 == e.y3)
+            << c.args << ": " << t.x1 << "," << t.y1 << " " << t.x2 << "," << t.y2 << " " << t.x3 << ","
+            << t.y3;
+    }
 }
 
 TEST(render_options_test, refuses_points_far_off_the_canvas) {
@@ -170,39 +167,42 @@ TEST(render_options_test, refuses_points_far_off_the_canvas) {
     EXPECT_NE(error.find("p3"), std::string::npos) << error;
 }
 
+// Each row: the arguments after "in.png -o o.png", the setting they change and its value. Bool
+// settings take their value only when one follows.
 TEST(render_options_test, reads_every_setting_under_its_preset_key) {
-    const RenderOptions o =
-        Parse(Words("in.png -o o.png --curvature -2.5 --size 3 --hardness 0.5 --fluction 0.25 --in 300 "
-                    "--out=700 --asdist "
-                    "--easing false --position -12 --posfluct 0.1 --length 40 --lenfluct 0.75 --spacing 20 "
-                    "--spcfluct 0.5 "
-                    "--lengain -3 --spcgain +4 --no-connect"));
-    const MoveEffectIniParam& s = o.settings;
-    EXPECT_EQ(s.curvature, -2.5);
-    EXPECT_EQ(s.size, 3);
-    EXPECT_EQ(s.hardness, 0.5);
-    EXPECT_EQ(s.fluction, 0.25);
-    EXPECT_EQ(s.in, 300);
-    EXPECT_EQ(s.out, 700);
-    EXPECT_TRUE(s.asdist);
-    EXPECT_FALSE(s.easing);
-    EXPECT_EQ(s.position, -12);
-    EXPECT_EQ(s.posfluct, 0.1);
-    EXPECT_EQ(s.length, 40);
-    EXPECT_EQ(s.lenfluct, 0.75);
-    EXPECT_EQ(s.spacing, 20);
-    EXPECT_EQ(s.spcfluct, 0.5);
-    EXPECT_EQ(s.lengain, -3);
-    EXPECT_EQ(s.spcgain, 4);
-    EXPECT_FALSE(s.connect);
-}
-
-TEST(render_options_test, a_bool_setting_takes_its_value_only_when_one_follows) {
-    const RenderOptions o = Parse({"--easing", "in.png", "--asdist", "0", "-o", "o.png", "--connect=off"});
+    using Get = double (*)(const RenderOptions&);
+    const struct {
+        const char* args;
+        Get get;
+        double value;
+    } cases[] = {
+        {"--curvature -2.5", [](auto& o) { return o.settings.curvature; }, -2.5},
+        {"--size 3", [](auto& o) { return o.settings.size; }, 3},
+        {"--hardness 0.5", [](auto& o) { return o.settings.hardness; }, 0.5},
+        {"--fluction 0.25", [](auto& o) { return o.settings.fluction; }, 0.25},
+        {"--in 300", [](auto& o) { return double(o.settings.in); }, 300},
+        {"--out=700", [](auto& o) { return double(o.settings.out); }, 700},
+        {"--asdist", [](auto& o) { return double(o.settings.asdist); }, 1},
+        {"--asdist 0", [](auto& o) { return double(o.settings.asdist); }, 0},
+        {"--easing false", [](auto& o) { return double(o.settings.easing); }, 0},
+        {"--position -12", [](auto& o) { return double(o.settings.position); }, -12},
+        {"--posfluct 0.1", [](auto& o) { return o.settings.posfluct; }, 0.1},
+        {"--length 40", [](auto& o) { return double(o.settings.length); }, 40},
+        {"--lenfluct 0.75", [](auto& o) { return o.settings.lenfluct; }, 0.75},
+        {"--spacing 20", [](auto& o) { return double(o.settings.spacing); }, 20},
+        {"--spcfluct 0.5", [](auto& o) { return o.settings.spcfluct; }, 0.5},
+        {"--lengain -3", [](auto& o) { return o.settings.lengain; }, -3},
+        {"--spcgain +4", [](auto& o) { return o.settings.spcgain; }, 4},
+        {"--no-connect", [](auto& o) { return double(o.settings.connect); }, 0},
+        {"--connect=off", [](auto& o) { return double(o.settings.connect); }, 0},
+        {"--easing --size 3", [](auto& o) { return double(o.settings.easing); }, 1},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.get(Parse(Words(std::string("in.png -o o.png ") + c.args))), c.value) << c.args;
+    // A bool option before the input does not take the input's name as its value.
+    const RenderOptions o = Parse({"--easing", "in.png", "-o", "o.png"});
     EXPECT_TRUE(o.settings.easing);
     EXPECT_EQ(o.input, "in.png");
-    EXPECT_FALSE(o.settings.asdist);
-    EXPECT_FALSE(o.settings.connect);
 }
 
 TEST(render_options_test, settings_after_a_preset_win_and_settings_before_it_yield) {
@@ -331,7 +331,7 @@ TEST(render_tool_test, never_overwrites_its_input_however_the_path_is_spelt) {
 
 // --- Guides --------------------------------------------------------------------------------------------
 
-TEST(render_guide_test, built_in_guides_need_no_file) {
+TEST(render_guide_test, needs_no_file_for_a_built_in_and_finds_a_preset_guide_beside_the_preset) {
     RenderOptions options;
     options.guide = ":C";
     PathParser guide;
@@ -340,16 +340,13 @@ TEST(render_guide_test, built_in_guides_need_no_file) {
     EXPECT_EQ(guide.GetSegments().size(), 2u);
     EXPECT_EQ(guide.GetSegments()[1].type, PathSegment::kQuadratic);
     EXPECT_EQ(file, "unset");
-}
 
-TEST(render_guide_test, finds_a_preset_guide_name_beside_the_preset) {
-    const RenderOptions options = Parse({"in.png", "-o", "o.png", "--preset", kSamples + "wavy.ini"});
-    PathParser guide;
-    std::string error, file;
-    ASSERT_TRUE(LoadGuide(options, guide, error, &file)) << error;
+    options = Parse({"in.png", "-o", "o.png", "--preset", kSamples + "wavy.ini"});
+    PathParser wave;
+    ASSERT_TRUE(LoadGuide(options, wave, error, &file)) << error;
     EXPECT_EQ(fs::path(file).filename(), "wave.svg");
-    EXPECT_EQ(guide.GetWidth(), 100);
-    EXPECT_EQ(guide.GetSegments().size(), 3u);  // move-to and two cubics
+    EXPECT_EQ(wave.GetWidth(), 100);
+    EXPECT_EQ(wave.GetSegments().size(), 3u);  // move-to and two cubics
 }
 
 TEST(render_guide_test, matches_a_preset_guide_name_as_the_plugin_does_without_letter_case) {
@@ -463,24 +460,20 @@ TEST(render_layer_test, every_png_layout_reads_as_ink_where_dark_and_opaque) {
 
 TEST(render_layer_test, converts_any_layout_to_rgba8_and_composites_straight_alpha) {
     const PngImage grey16 = Solid(2, 1, 2, 16, 65535, 32896);  // white, alpha about half
-    const PngImage rgba = ToRgba8(grey16);
-    EXPECT_EQ(rgba.pixels, (std::vector<uint8_t>{255, 255, 255, 128, 255, 255, 255, 128}));
-
-    PngImage below = Solid(1, 1, 4, 8, 255, 255);  // opaque white
-    PngImage line = Solid(1, 1, 4, 8, 0, 255);     // opaque black
-    CompositeOver(below, line);
-    EXPECT_EQ(below.pixels, (std::vector<uint8_t>{0, 0, 0, 255}));
-
-    below = Solid(1, 1, 4, 8, 255, 0);  // nothing below
-    line = Solid(1, 1, 4, 8, 0, 102);
-    CompositeOver(below, line);
-    EXPECT_EQ(below.pixels, (std::vector<uint8_t>{0, 0, 0, 102}));  // the line as it is
-
-    below = Solid(1, 1, 4, 8, 200, 255);
-    line = Solid(1, 1, 4, 8, 0, 0);
-    CompositeOver(below, line);
-    EXPECT_EQ(below.pixels, (std::vector<uint8_t>{200, 200, 200, 255}));  // untouched
-
+    EXPECT_EQ(ToRgba8(grey16).pixels, (std::vector<uint8_t>{255, 255, 255, 128, 255, 255, 255, 128}));
+    const struct {
+        uint16_t below, belowAlpha, line, lineAlpha;
+        std::vector<uint8_t> result;
+    } cases[] = {
+        {255, 255, 0, 255, {0, 0, 0, 255}},      // opaque black over opaque white
+        {255, 0, 0, 102, {0, 0, 0, 102}},        // nothing below: the line as it is
+        {200, 255, 0, 0, {200, 200, 200, 255}},  // no line: untouched
+    };
+    for (const auto& c : cases) {
+        PngImage below = Solid(1, 1, 4, 8, c.below, c.belowAlpha);
+        CompositeOver(below, Solid(1, 1, 4, 8, c.line, c.lineAlpha));
+        EXPECT_EQ(below.pixels, c.result) << c.below << " under alpha " << c.lineAlpha;
+    }
     PngImage half = Solid(1, 1, 4, 8, 0, 128);
     FlattenOnto(half, Rgb{255, 255, 255});
     EXPECT_EQ(half.pixels, (std::vector<uint8_t>{127, 127, 127, 255}));
@@ -516,15 +509,6 @@ TEST(render_tool_test, draws_lines_in_the_colour_only_where_the_layer_is_inked) 
         }
     }
     EXPECT_GT(covered, 160 * 120 / 20);
-}
-
-TEST(render_tool_test, a_layer_without_ink_gives_an_empty_layer) {
-    TempFolder temp;
-    Save(temp / "blank.png", Solid(64, 48, 2, 16, 65535, 65535));  // white, opaque
-    ASSERT_EQ(RunTool({temp / "blank.png", "-o", temp / "out.png"}).status, kExitOk);
-    const PngImage out = Load(temp / "out.png");
-    EXPECT_EQ(CountCovered(out), 0);
-    EXPECT_EQ(out.width, 64u);
 }
 
 TEST(render_tool_test, a_grey_layer_gets_the_grey_of_the_colour) {
