@@ -244,17 +244,7 @@ TEST(path_task_test, connect_merges_overlapping_strokes_into_one_untapered_acros
     EXPECT_LT(ThicknessBetweenRuns(false), 5);
 }
 
-TEST(path_task_test, a_cancelled_task_draws_nothing) {
-    PathParser guide = StraightGuide();
-    Layer layer(40, 40, true);
-    auto filter = MakeFilter(QuietParam(1), kNoTarget, guide, layer);
-    auto task = HorizontalTask(*filter, 20, 40);
-    task->Cancel();
-    task->Run();
-    EXPECT_EQ(CountCovered(*filter), 0);
-}
-
-TEST(path_task_test, paths_without_length_or_with_non_finite_points_draw_nothing) {
+TEST(path_task_test, cancelled_tasks_and_paths_without_length_or_with_non_finite_points_draw_nothing) {
     PathParser guide = StraightGuide();
     Layer layer(40, 40, true);
     for (int32_t type : {1, 2}) {
@@ -269,6 +259,9 @@ TEST(path_task_test, paths_without_length_or_with_non_finite_points_draw_nothing
         wild->Run();
         auto empty = std::make_shared<PathTask>(filter.get(), nullptr);
         empty->Run();
+        auto cancelled = HorizontalTask(*filter, 30, 40);
+        cancelled->Cancel();
+        cancelled->Run();
         // A lone point of an open path is at most one dot; a ring of no length is nothing.
         EXPECT_LE(CountCovered(*filter), type == 1 ? 16 : 0) << "type " << type;
     }

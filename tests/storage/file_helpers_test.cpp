@@ -97,7 +97,7 @@ TEST(file_helpers_test, listing_keeps_the_order_in_which_the_system_lists_the_fo
     EXPECT_THAT(ToUtf8(EnumFiles(U16(dir), u".svg")), ElementsAreArray(systemOrder));
 }
 
-TEST(file_helpers_test, reading_gives_the_bytes_as_they_stand) {
+TEST(file_helpers_test, reading_gives_the_bytes_as_they_stand_or_nothing) {
     ScratchDataHome home;
     const std::string path = home.root() + "/bom.ini";
     const std::string bytes("\xEF\xBB\xBF[guide]\r\nname=a\0b\n", 22);
@@ -111,16 +111,14 @@ TEST(file_helpers_test, reading_gives_the_bytes_as_they_stand) {
     ASSERT_NE(buffer, nullptr);
     EXPECT_EQ(std::string(buffer, bytes.size()), bytes);
     delete[] buffer;
-}
 
-TEST(file_helpers_test, reading_what_cannot_be_opened_gives_nothing_and_leaves_the_buffer_alone) {
-    ScratchDataHome home;
+    // What cannot be opened gives nothing and leaves the buffer alone; a folder has no bytes to give.
     const std::string missing = home.root() + "/missing.ini";
     EXPECT_EQ(ReadAllText(missing), "");
     EXPECT_EQ(ReadAllText(U16(missing)), "");
-    EXPECT_EQ(ReadAllText(home.root()), "");  // a folder has no bytes to give
+    EXPECT_EQ(ReadAllText(home.root()), "");
     char sentinel = 0;
-    char* buffer = &sentinel;
+    buffer = &sentinel;
     ReadAllText(missing.c_str(), &buffer);
     EXPECT_EQ(buffer, &sentinel);
     ReadAllText(nullptr, &buffer);

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -70,22 +71,12 @@ bool SameBytes(const MoveEffectIniParam& a, const MoveEffectIniParam& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-constexpr bool MoveEffectIniReadFlag::*kAllFlags[] = {
-    &MoveEffectIniReadFlag::type,     &MoveEffectIniReadFlag::p1,       &MoveEffectIniReadFlag::p2,
-    &MoveEffectIniReadFlag::p3,       &MoveEffectIniReadFlag::name,     &MoveEffectIniReadFlag::curvature,
-    &MoveEffectIniReadFlag::size,     &MoveEffectIniReadFlag::hardness, &MoveEffectIniReadFlag::fluction,
-    &MoveEffectIniReadFlag::in,       &MoveEffectIniReadFlag::out,      &MoveEffectIniReadFlag::asdist,
-    &MoveEffectIniReadFlag::easing,   &MoveEffectIniReadFlag::position, &MoveEffectIniReadFlag::posfluct,
-    &MoveEffectIniReadFlag::length,   &MoveEffectIniReadFlag::lenfluct, &MoveEffectIniReadFlag::spacing,
-    &MoveEffectIniReadFlag::spcfluct, &MoveEffectIniReadFlag::lengain,  &MoveEffectIniReadFlag::spcgain,
-    &MoveEffectIniReadFlag::connect,
-};
-
+// The record of flags is 22 bools, one per key.
+static_assert(sizeof(MoveEffectIniReadFlag) == 22);
 int CountFlags(const MoveEffectIniReadFlag& flags) {
-    int set = 0;
-    for (auto flag : kAllFlags)
-        set += flags.*flag ? 1 : 0;
-    return set;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&flags);
+    return static_cast<int>(
+        std::count_if(bytes, bytes + sizeof flags, [](unsigned char b) { return b != 0; }));
 }
 
 // Loads the given file content under the name "t".

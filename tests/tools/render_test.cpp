@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "engine/MoveEffectFilter.h"
 #include "storage/FileHelpers.h"
+#include "tests/storage/TestSupport.h"
 #include "tools/render/LayerImage.h"
 #include "tools/render/PresetFile.h"
 #include "tools/render/RenderOptions.h"
@@ -23,21 +21,9 @@ namespace {
 const std::string kBad = std::string(BRIVANE_TEST_DATA_DIR) + "/render/bad/";
 const std::string kSamples = std::string(BRIVANE_SAMPLES_DIR) + "/";
 
-// A fresh folder per test, removed afterwards.
-class TempFolder {
-public:
-    TempFolder() {
-        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-        m_path = fs::temp_directory_path() /
-                 (std::string("brivane_render_test_") + info->test_suite_name() + "_" + info->name());
-        fs::remove_all(m_path);
-        fs::create_directories(m_path);
-    }
-    ~TempFolder() { fs::remove_all(m_path); }
-    std::string operator/(const std::string& name) const { return (m_path / name).string(); }
-
-private:
-    fs::path m_path;
+// A fresh folder per test, removed afterwards; it is also the data home, so no test sees the real one.
+struct TempFolder : brivane_test::ScratchDataHome {
+    std::string operator/(const std::string& name) const { return root() + "/" + name; }
 };
 
 PngImage Solid(uint32_t width, uint32_t height, int channels, int bitDepth, uint16_t value, uint16_t alpha) {
@@ -98,14 +84,8 @@ PointTarget Target(const RenderOptions& options, uint32_t width, uint32_t height
     return target;
 }
 
-std::string ReadText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-void WriteText(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
+const auto& ReadText = brivane_test::ScratchDataHome::Read;
+const auto& WriteText = brivane_test::ScratchDataHome::Write;
 
 // Arguments written as one line, split at spaces.
 std::vector<std::string> Words(const std::string& line) {
@@ -216,16 +196,6 @@ TEST(render_options_test, settings_after_a_preset_win_and_settings_before_it_yie
     EXPECT_EQ(o.settings.hardness, 1.0);  // not anywhere: the default
 }
 
-TEST(render_options_test, a_preset_sets_arrangement_points_and_guide_name) {
-    const RenderOptions o = Parse({"in.png", "-o", "o.png", "--preset", kSamples + "wavy.ini"});
-    EXPECT_EQ(o.settings.type, 1);
-    EXPECT_EQ(o.guide, "wave");
-    EXPECT_EQ(fs::path(o.guideFolder), fs::path(kSamples).parent_path());
-    const PointTarget t = Target(o, 1000, 1000);
-    EXPECT_EQ(t.x2, 1000);
-    EXPECT_EQ(t.y3, 720);
-}
-
 TEST(render_options_test, a_guide_file_is_kept_under_its_name_for_presets) {
     const RenderOptions o = Parse({"in.png", "-o", "o.png", "--guide", "some/folder/Speed Wave.svg"});
     EXPECT_EQ(o.guide, "some/folder/Speed Wave.svg");
@@ -331,7 +301,7 @@ TEST(render_tool_test, never_overwrites_its_input_however_the_path_is_spelt) {
 
 // --- Guides --------------------------------------------------------------------------------------------
 
-TEST(render_guide_test, needs_no_file_for_a_built_in_and_finds_a_preset_guide_beside_the_preset) {
+TEST(render_guide_test, needs_no_file_for_a_built_in_and_takes_a_preset_guide_from_beside_the_preset) {
     RenderOptions options;
     options.guide = ":C";
     PathParser guide;
@@ -341,7 +311,14 @@ TEST(render_guide_test, needs_no_file_for_a_built_in_and_finds_a_preset_guide_be
     EXPECT_EQ(guide.GetSegments()[1].type, PathSegment::kQuadratic);
     EXPECT_EQ(file, "unset");
 
+    // A preset sets the arrangement, the points and the guide's name, found beside it.
     options = Parse({"in.png", "-o", "o.png", "--preset", kSamples + "wavy.ini"});
+    EXPECT_EQ(options.settings.type, 1);
+    EXPECT_EQ(options.guide, "wave");
+    EXPECT_EQ(fs::path(options.guideFolder), fs::path(kSamples).parent_path());
+    const PointTarget t = Target(options, 1000, 1000);
+    EXPECT_EQ(t.x2, 1000);
+    EXPECT_EQ(t.y3, 720);
     PathParser wave;
     ASSERT_TRUE(LoadGuide(options, wave, error, &file)) << error;
     EXPECT_EQ(fs::path(file).filename(), "wave.svg");
@@ -370,26 +347,15 @@ TEST(render_guide_test, matches_a_preset_guide_name_as_the_plugin_does_without_l
 }
 
 TEST(render_guide_test, finds_a_bare_name_in_the_plugin_guide_folder) {
-    TempFolder temp;
-    const char* saved = std::getenv("XDG_DATA_HOME");
-    const std::string savedValue = saved ? saved : "";
-    setenv("XDG_DATA_HOME", (temp / "data").c_str(), 1);
-    const std::string folder = Utf16ToUtf8(GetPluginDir(false));
-    fs::create_directories(folder);
-    WriteText(folder + "zigzag.svg", "<svg><path d=\"M 0 0 L 25 10 L 50 0 L 75 10 L 100 0\"/></svg>");
-
+    TempFolder home;
+    home.WriteGuide("zigzag", "<svg><path d=\"M 0 0 L 25 10 L 50 0 L 75 10 L 100 0\"/></svg>");
     RenderOptions options;
     options.guide = "zigzag";
     PathParser guide;
     std::string error, file;
-    const bool loaded = LoadGuide(options, guide, error, &file);
-    if (saved)
-        setenv("XDG_DATA_HOME", savedValue.c_str(), 1);
-    else
-        unsetenv("XDG_DATA_HOME");
-    ASSERT_TRUE(loaded) << error;
+    ASSERT_TRUE(LoadGuide(options, guide, error, &file)) << error;
     EXPECT_EQ(guide.GetSegments().size(), 5u);
-    EXPECT_EQ(file, folder + "zigzag.svg");
+    EXPECT_EQ(file, home.GuidePath("zigzag"));
 }
 
 // --- Presets -----------------------------------------------------------------------------------------
