@@ -28,11 +28,10 @@ struct Layer {
             pixels[i + 1] = 255;
         }
     }
-    void Ink(int32_t x, int32_t y) { pixels[(static_cast<std::size_t>(y) * width + x) * 2] = 0; }
     void InkRect(int32_t x0, int32_t y0, int32_t x1, int32_t y1) {
         for (int32_t y = y0; y < y1; ++y) {
             for (int32_t x = x0; x < x1; ++x)
-                Ink(x, y);
+                pixels[(static_cast<std::size_t>(y) * width + x) * 2] = 0;  // grey only: stays opaque
         }
     }
     MoveEffectImageParam Image() {

@@ -29,25 +29,26 @@ std::vector<int32_t> CoveredColumns(const MoveEffectFilter& filter, int32_t y) {
     return columns;
 }
 
+// Lines run up from p1 to p2 and stack towards p3; a 2 px pen on x covers columns x - 1 and x.
 TEST(layout_test, parallel_lines_stand_at_offsets_0_8_and_12_for_spacing_10_and_gain_minus_4) {
-    MoveEffectParam param = QuietParam(1);
-    param.spacing = 10;
-    param.spcgain = -4;
+    const struct {
+        PointTarget target;
+        double spcgain;
+        int tasks;
+        std::vector<int32_t> columns;
+    } cases[] = {
+        {{10, 50, 10, 10, 50, 50}, -4, 3, {9, 10, 17, 18, 21, 22}},  // lines on x = 10, 18 and 22
+        {{30, 50, 30, 10, 30, 50}, 0, 1, {29, 30}},                  // p3 on p1: the one line at p1
+    };
     PathParser guide = StraightGuide();
     Layer layer(60, 60, true);
-    // Lines run up from y = 50 to y = 10 at x = 10 and stack to the right.
-    auto filter = MakeFilter(param, PointTarget{10, 50, 10, 10, 50, 50}, guide, layer);
-    EXPECT_EQ(RenderSingleThreaded(*filter), 3);
-    // A 2 px pen on x = 10, 18 and 22 covers the two columns either side of each.
-    EXPECT_EQ(CoveredColumns(*filter, 30), (std::vector<int32_t>{9, 10, 17, 18, 21, 22}));
-}
-
-TEST(layout_test, parallel_makes_one_line_at_p1_when_p3_is_p1) {
-    PathParser guide = StraightGuide();
-    Layer layer(60, 60, true);
-    auto single = MakeFilter(QuietParam(1), PointTarget{30, 50, 30, 10, 30, 50}, guide, layer);
-    EXPECT_EQ(RenderSingleThreaded(*single), 1);
-    EXPECT_EQ(CoveredColumns(*single, 30), (std::vector<int32_t>{29, 30}));
+    for (const auto& c : cases) {
+        MoveEffectParam param = QuietParam(1);
+        param.spcgain = c.spcgain;
+        auto filter = MakeFilter(param, c.target, guide, layer);
+        EXPECT_EQ(RenderSingleThreaded(*filter), c.tasks) << "gain " << c.spcgain;
+        EXPECT_EQ(CoveredColumns(*filter, 30), c.columns) << "gain " << c.spcgain;
+    }
 }
 
 TEST(layout_test, no_spacing_makes_no_line_and_the_target_ring_alone) {
@@ -89,7 +90,7 @@ TEST(layout_test, parallel_lines_follow_the_guide_scaled_across_by_the_curvature
     }
 }
 
-TEST(layout_test, radiate_lines_stand_a_quarter_turn_apart_for_spacing_1000) {
+TEST(layout_test, radiate_lines_stand_a_quarter_turn_apart_for_spacing_1000_out_to_the_farther_point) {
     MoveEffectParam param = QuietParam(0);
     param.spacing = 1000;
     param.size = 4;
@@ -113,15 +114,7 @@ TEST(layout_test, radiate_lines_stand_a_quarter_turn_apart_for_spacing_1000) {
     EXPECT_EQ(CoverageAt(*filter, 50, 45), 0);
     // The walk overshoots the path's end by a few px (and a disc by its radius), not by 8.
     EXPECT_EQ(CoverageAt(*filter, 50, 2), 0);
-}
-
-TEST(layout_test, radiate_takes_the_farther_point_as_outer_end) {
-    PathParser guide = StraightGuide();
-    Layer layer(100, 100, true);
-    MoveEffectParam param = QuietParam(0);
-    param.spacing = 1000;
-    param.size = 4;
-    // p2 is the far point here: the first line points right, from radius 5 to radius 30.
+    // With p2 the far point the first line points right, from radius 5 to radius 30.
     auto swapped = MakeFilter(param, PointTarget{50, 50, 80, 50, 50, 45}, guide, layer);
     RenderSingleThreaded(*swapped);
     EXPECT_EQ(CoverageAt(*swapped, 70, 50), 255);
@@ -156,7 +149,8 @@ TEST(layout_test, a_tiny_ring_has_at_least_4_vertices_and_every_ring_an_even_cou
     }
 }
 
-TEST(layout_test, circle_rings_step_in_and_out_by_the_spacing_while_they_can_be_seen) {
+TEST(layout_test,
+     circle_rings_step_in_and_out_by_the_spacing_while_they_can_be_seen_and_the_step_keeps_its_sign) {
     MoveEffectParam param = QuietParam(2);
     param.spacing = 10;
     param.size = 4;
@@ -171,18 +165,12 @@ TEST(layout_test, circle_rings_step_in_and_out_by_the_spacing_while_they_can_be_
         EXPECT_EQ(CoverageAt(*filter, 50 + radius - 5, 50), 0) << "between rings " << radius;
     }
     EXPECT_EQ(CoverageAt(*filter, 50, 50), 0);
-}
 
-TEST(layout_test, a_gain_that_turns_the_step_round_ends_the_pass) {
-    MoveEffectParam param = QuietParam(2);
-    param.spacing = 10;
+    // A gain that turns the step round ends the pass. Outward: one ring at 25 - 15 + 10 = 20, then the
+    // step is -20. Inward: the first step (-10 - 15) brings the radius to 0, below 1, at once.
     param.spcgain = -30;
-    PathParser guide = StraightGuide();
-    Layer layer(100, 100, true);
-    // Outward: one ring at 25 - 15 + 10 = 20, then the step is -20 and the pass ends. Inward: the
-    // first step (-10 - 15) brings the radius to 0, below 1, and ends that pass at once.
-    auto filter = MakeFilter(param, PointTarget{25, 50, 75, 50, 50, 25}, guide, layer);
-    EXPECT_EQ(RenderSingleThreaded(*filter), 2);
+    auto turned = MakeFilter(param, PointTarget{25, 50, 75, 50, 50, 25}, guide, layer);
+    EXPECT_EQ(RenderSingleThreaded(*turned), 2);
 }
 
 TEST(layout_test,
