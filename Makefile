@@ -10,7 +10,8 @@ WERROR     ?= $(if $(CI),ON,OFF)
 DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
                 libpng-dev libicu-dev clang-format
 
-.PHONY: all deps configure build test test-fast test-asan format format-check demo samples bench clean
+.PHONY: all deps configure build test test-fast test-asan format format-check demo samples bench clean \
+        web web-deps web-serve test-web
 
 all: build
 
@@ -32,8 +33,9 @@ configure: deps
 build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-# Release tests, then the same suite under AddressSanitizer and UndefinedBehaviorSanitizer.
-test: format-check test-fast test-asan
+# Release tests, the same suite under AddressSanitizer and UndefinedBehaviorSanitizer, then the page
+# in a real browser.
+test: format-check test-fast test-asan test-web
 
 test-fast: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
@@ -93,5 +95,37 @@ demo: build
 samples: build
 	$(BUILD)/tools/render/brivane-make-samples samples
 
+# ---- The page: the engine in WebAssembly (Debian's Emscripten), served as static files ----------------
+
+WEB_BUILD    ?= build-web
+WEB_DIST     ?= web/dist
+WEB_PORT     ?= 8080
+WEB_PACKAGES := emscripten nodejs npm chromium
+# Emscripten finds its JavaScript tools through NODE_PATH.
+EMSDK_ENV    := NODE_PATH=/usr/share/nodejs
+
+web-deps:
+	@$(MAKE) --no-print-directory deps DEB_PACKAGES="$(WEB_PACKAGES)"
+
+# The panel comes from the plug-in's own panel as the simulated host prints it, with an empty data
+# folder so that only the built-in line shapes are listed.
+web: build web-deps
+	$(EMSDK_ENV) emcmake cmake -S . -B $(WEB_BUILD) -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR)
+	$(EMSDK_ENV) cmake --build $(WEB_BUILD) -j $(JOBS)
+	@mkdir -p $(WEB_DIST)
+	cp web/src/* $(WEB_BUILD)/web/brivane.js $(WEB_BUILD)/web/brivane.wasm $(WEB_DIST)/
+	@empty=$$(mktemp -d); XDG_DATA_HOME=$$empty $(HOST) -i samples/focus.png --panel \
+	  | node web/panel-json.mjs > $(WEB_DIST)/panel.json; status=$$?; rm -rf $$empty; exit $$status
+	@echo "The page is in $(WEB_DIST)/: any static file server will do (make web-serve)."
+
+web-serve: web
+	node web/serve.mjs $(WEB_DIST) $(WEB_PORT)
+
+# Playwright drives Debian's Chromium; the npm packages come from the lockfile, no browser is fetched.
+test-web: web
+	@[ -d tests/web/node_modules/playwright-core ] || (cd tests/web && npm ci --no-audit --no-fund)
+	cd tests/web && BRIVANE_DIST=$(CURDIR)/$(WEB_DIST) BRIVANE_RENDER=$(CURDIR)/$(RENDER) \
+	  node --test --test-reporter=spec page.test.mjs
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(WEB_BUILD) $(WEB_DIST) out
