@@ -5,52 +5,25 @@
 //   BRIVANE_DIST=web/dist BRIVANE_RENDER=build/tools/render/brivane-render node --test page.test.mjs
 import { after, before, test } from 'node:test';
 import assert from 'node:assert/strict';
-import { execFileSync, spawn } from 'node:child_process';
-import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { execFileSync } from 'node:child_process';
+import { readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { chromium } from 'playwright-core';
+import { dragHandle, inkedPage, openBrowserPage, openPage as open, root, setNumber as set } from './browser.mjs';
 import { decodePng, encodePng } from './png.mjs';
 
-const root = new URL('../../', import.meta.url).pathname;
 const dist = process.env.BRIVANE_DIST ?? join(root, 'web/dist');
 const render = process.env.BRIVANE_RENDER ?? join(root, 'build/tools/render/brivane-render');
-const scratch = mkdtempSync(join(tmpdir(), 'brivane-web-'));
-let server, context, page, address;
+let browser, page, scratch;
 
 before(async () => {
-  server = spawn(process.execPath, [join(root, 'web/serve.mjs'), dist, '0'], { stdio: ['ignore', 'pipe', 'inherit'] });
-  address = await new Promise((resolve) => server.stdout.once('data', (line) => resolve(String(line).trim())));
-  context = await chromium.launchPersistentContext(join(scratch, 'profile'), {
-    executablePath: '/usr/bin/chromium',
-    headless: true,
-    args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-      '--disable-background-networking', '--disable-component-update', '--disable-sync'],
-    viewport: { width: 1280, height: 800 },
-    acceptDownloads: true,
-  });
-  page = context.pages()[0] ?? (await context.newPage());
-  page.on('pageerror', (error) => console.error('page error:', error.message));
-  await page.goto(address);
-  await page.waitForSelector('body[data-state="empty"]');
+  browser = await openBrowserPage(dist);
+  ({ page, scratch } = browser);
 });
 
-after(async () => {
-  await context?.close();
-  server?.kill();
-  rmSync(scratch, { recursive: true, force: true });
-});
+after(() => browser?.close());
 
-async function openPage(file) {
-  const previews = Number((await page.getAttribute('body', 'data-previews')) ?? 0);
-  await page.setInputFiles('#page-file', file);
-  await page.waitForFunction((n) => Number(document.body.dataset.previews ?? 0) > n, previews);
-}
-
-async function setNumber(key, value) {
-  await page.fill(`input[type=number][name=${key}]`, String(value));
-  await page.dispatchEvent(`input[type=number][name=${key}]`, 'change');
-}
+const openPage = (file) => open(page, file);
+const setNumber = (key, value) => set(page, key, value);
 
 async function saveDownload(button) {
   const [download] = await Promise.all([page.waitForEvent('download'), page.click(button)]);
@@ -59,21 +32,9 @@ async function saveDownload(button) {
   return path;
 }
 
-// Drags a handle by the mouse in small steps, as a hand would, and waits for the last preview.
-async function dragHandle(index, dx, dy, steps = 20) {
-  const box = await page.locator(`.handle[data-index="${index}"] circle`).boundingBox();
-  const [x, y] = [box.x + box.width / 2, box.y + box.height / 2];
-  await page.mouse.move(x, y);
-  await page.mouse.down();
-  for (let i = 1; i <= steps; ++i) await page.mouse.move(x + (dx * i) / steps, y + (dy * i) / steps);
-  await page.mouse.up();
-  await page.waitForFunction(() => !document.querySelector('.outline'));
-  await page.waitForTimeout(300);
-}
-
 test('renders the same layer as brivane-render with the preset it saves', async () => {
   await openPage(join(root, 'samples/focus.png'));
-  await dragHandle(1, 40, -30);
+  await dragHandle(page, 1, 40, -30);
   await setNumber('size', 4);
   await page.check('input[name=easing]');
   await page.click('#render');
@@ -133,10 +94,7 @@ test('an opened preset shows its values in the panel', async () => {
 test('cancel stops a long render and leaves the page working', async () => {
   // A large inked page with dense lines: long enough to cancel half-way.
   const big = join(scratch, 'big.png');
-  const [width, height] = [3000, 3000];
-  const pixels = new Uint8Array(width * height * 4);
-  for (let i = 3; i < pixels.length; i += 4) pixels[i] = 255;
-  writeFileSync(big, encodePng(width, height, pixels));
+  writeFileSync(big, encodePng(3000, 3000, inkedPage(3000, 3000)));
   await openPage(big);
   await setNumber('spacing', 1);
   await setNumber('size', 50);
