@@ -1,5 +1,6 @@
 // Linux version of the platform bridge: POSIX for folders, ICU for transcoding and case mapping.
 #include "bridge/PlatformBridge.h"
+#include "bridge/Utf8Append.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -66,21 +67,7 @@ std::string EncodeUtf8(const std::u16string& text) {
         if (U16_IS_LEAD(c) && i + 1 < text.size() && U16_IS_TRAIL(text[i + 1])) {
             c = U16_GET_SUPPLEMENTARY(c, text[++i]);
         }
-        if (c < 0x80) {
-            out.push_back(static_cast<char>(c));
-        } else if (c < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        } else if (c < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        } else {
-            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        }
+        AppendUtf8(out, c);
     }
     return out;
 }
@@ -161,14 +148,6 @@ char* ST_Utf16ToUtf8(const uint16_t* units, int32_t count) {
     } catch (...) {
         return nullptr;
     }
-}
-
-void ST_FreeUtf16(uint16_t* units) {
-    std::free(units);
-}
-
-void ST_FreeUtf8(char* text) {
-    std::free(text);
 }
 
 int32_t ST_ToLowerCase(const uint16_t* source, int32_t count, uint16_t* destination, int32_t capacity) {
@@ -271,14 +250,6 @@ uint16_t** ST_EnumFiles(const char* folder, const char* extension, int32_t* coun
     }
     if (count != nullptr) *count = static_cast<int32_t>(paths.size());
     return list;
-}
-
-void ST_FreeEnumFiles(uint16_t** files, int32_t count) {
-    if (files == nullptr) return;
-    if (count < 0) std::abort();
-    for (int32_t i = 0; i < count; ++i)
-        std::free(files[i]);
-    std::free(files);
 }
 
 }  // extern "C"

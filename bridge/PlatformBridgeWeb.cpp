@@ -3,6 +3,7 @@
 // by hand, and lower-casing uses the C library's simple one-to-one mapping, since ICU is not part of
 // the page; only guide and preset names in a folder listing would need full case folding.
 #include "bridge/PlatformBridge.h"
+#include "bridge/Utf8Append.h"
 
 #include <climits>
 #include <cstdlib>
@@ -51,24 +52,6 @@ void AppendUtf16(std::u16string& out, char32_t c) {
     }
 }
 
-void AppendUtf8(std::string& out, char32_t c) {
-    if (c < 0x80) {
-        out.push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else if (c < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    }
-}
-
 // The code point at units[i], advancing i; an unpaired surrogate gives U+FFFD.
 char32_t NextCodePoint(const uint16_t* units, int32_t count, int32_t& i) {
     const char32_t unit = units[i++];
@@ -110,14 +93,6 @@ char* ST_Utf16ToUtf8(const uint16_t* units, int32_t count) {
     return result;
 }
 
-void ST_FreeUtf16(uint16_t* units) {
-    std::free(units);
-}
-
-void ST_FreeUtf8(char* text) {
-    std::free(text);
-}
-
 int32_t ST_ToLowerCase(const uint16_t* source, int32_t count, uint16_t* destination, int32_t capacity) {
     if (source == nullptr || destination == nullptr || count < 0 || capacity < 0) return ST_ERROR_ARGUMENT;
     std::u16string lowered;
@@ -140,14 +115,6 @@ bool ST_CreateDirectory(const char*) {
 uint16_t** ST_EnumFiles(const char*, const char*, int32_t* count) {
     if (count != nullptr) *count = 0;
     return nullptr;
-}
-
-void ST_FreeEnumFiles(uint16_t** files, int32_t count) {
-    if (files == nullptr) return;
-    if (count < 0) std::abort();
-    for (int32_t i = 0; i < count; ++i)
-        std::free(files[i]);
-    std::free(files);
 }
 
 }  // extern "C"
