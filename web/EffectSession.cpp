@@ -110,7 +110,8 @@ PngImage Shrink(const PngImage& page, uint32_t side) {
 // seen at that size. Radiate spacing is an angle and fractional tapers a share of the line: they stay.
 MoveEffectParam ScaleParam(MoveEffectParam p, double scale) {
     const auto px = [scale](int32_t v) { return static_cast<int32_t>(std::lround(v * scale)); };
-    p.size *= scale;
+    // A pen thinner than a screen pixel would vanish from the preview altogether.
+    p.size = std::max(1.0, p.size * scale);
     p.position = px(p.position);
     p.length = px(p.length);
     p.lengain *= scale;
@@ -151,14 +152,18 @@ public:
 
     // One setting by its preset key, read by the preset grammar: false when the key is unknown or the
     // value is one a preset file could not give, and the setting is then unchanged. A guide name must
-    // be built in or added first; the arrangement may also be given as its row, "0" to "2".
+    // be built in or added first; the arrangement may also be given as its row, "0" to "2", and moves
+    // the handles to its default places.
     bool SetValue(const std::string& key, const std::string& text) {
         const auto category = KeyCategories().find(key);
         if (category == KeyCategories().end()) return false;
         if (key == "name" && !IsBuiltInGuide(text) && m_guides.count(text) == 0) return false;
         const bool row = key == "type" && text.size() == 1 && text[0] >= '0' && text[0] <= '2';
         const std::string value = row ? ArrangementWord(text[0] - '0') : text;
-        return Apply(category->second + "\n" + key + "=" + value + "\n") > 0;
+        if (Apply(category->second + "\n" + key + "=" + value + "\n") == 0) return false;
+        // A new arrangement brings its own default handle places, as the plug-in's panel does.
+        if (key == "type") m_options.pointGiven = {};
+        return true;
     }
 
     // A whole preset file. Returns how many settings it gave; a guide it names that the page has not

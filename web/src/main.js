@@ -410,8 +410,8 @@ $('page-file').addEventListener('change', (e) => openPage(e.target.files[0]));
 $('preset-file').addEventListener('change', (e) => openPreset(e.target.files[0]));
 $('save-preset').addEventListener('click', savePreset);
 $('colour').addEventListener('input', () => requestPreview());
-// Lines in the ink's own colour vanish over the page; the layer alone shows them on the checkerboard.
-$('show-page').addEventListener('change', (e) => { $('page').style.visibility = e.target.checked ? '' : 'hidden'; });
+// Lines are drawn only on ink, so lines in the ink's own colour would vanish over an unfaded page.
+$('fade-page').addEventListener('change', (e) => $('page').classList.toggle('faded', e.target.checked));
 $('render').addEventListener('click', renderFull);
 $('cancel').addEventListener('click', cancelRender);
 $('save-layer').addEventListener('click', () => saveRender(false));
@@ -427,6 +427,7 @@ stage.addEventListener('drop', (e) => {
 });
 
 $('sheet').hidden = true;
+$('page').classList.toggle('faded', $('fade-page').checked);
 bindKeys((await preview.call('values')).values);
 buildPanel();
 setStatus('', 'empty');
