@@ -100,12 +100,15 @@ samples: build
 WEB_BUILD    ?= build-web
 WEB_DIST     ?= web/dist
 WEB_PORT     ?= 8080
-WEB_PACKAGES := emscripten nodejs npm chromium
+WEB_PACKAGES := emscripten chromium
 # Emscripten finds its JavaScript tools through NODE_PATH.
 EMSDK_ENV    := NODE_PATH=/usr/share/nodejs
 
+# Node and npm count as present whatever installed them (a node build that bundles npm conflicts with
+# Debian's npm package).
 web-deps:
-	@$(MAKE) --no-print-directory deps DEB_PACKAGES="$(WEB_PACKAGES)"
+	@$(MAKE) --no-print-directory deps DEB_PACKAGES="$(WEB_PACKAGES) \
+	  $$(command -v node >/dev/null || echo nodejs) $$(command -v npm >/dev/null || echo npm)"
 
 # The panel comes from the plug-in's own panel as the simulated host prints it, with an empty data
 # folder so that only the built-in line shapes are listed.
