@@ -20,7 +20,16 @@
 
 using namespace brivane::bridge;
 
+// MinGW keeps thread_local objects in emulated TLS, and a thread that ends runs two clean-ups in the
+// order their thread keys were made: the C++ runtime's thread_local destructors and the release of the
+// emulated TLS that holds those objects. The first thread_local used makes the TLS key first, so the
+// engine's per-thread scratch would be destroyed after its storage is freed (a crash as every pool
+// thread ends). Registering a no-op thread exit while the module loads makes the runtime's key first.
+extern "C" int __cxa_thread_atexit(void (*destructor)(void*), void* object, void* module);
+
 namespace {
+
+const int kThreadExitOrder = __cxa_thread_atexit([](void*) {}, nullptr, nullptr);
 
 // UTF-16 units are wchar_t on Windows; the bridge's own strings are char16_t.
 std::wstring Wide(const char* utf8) {
@@ -168,7 +177,8 @@ uint16_t** ST_EnumFiles(const char* folder, const char* extension, int32_t* coun
                 lowered.clear();
                 if (!AppendLowerCase(Units(name.data(), name.size()), lowered)) continue;
                 if (!EndsWith(lowered, wanted)) continue;
-                const std::wstring joined = base + L"\\" + name;
+                // Joined with "/" like every path the storage helpers build; Windows takes either.
+                const std::wstring joined = base + L"/" + name;
                 paths.push_back(Units(joined.data(), joined.size()));
             } while (paths.size() < static_cast<std::size_t>(INT32_MAX) && FindNextFileW(find, &entry));
         } catch (...) {

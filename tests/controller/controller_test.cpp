@@ -2,7 +2,6 @@
 // data home of its own for every test. A few checks of values the host cannot see (the engine
 // parameters, the progress steps) drive a ZephrineManager directly through the same simulated host.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <array>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "controller/ZephrineManager.h"
+#include "tests/support/TestSystem.h"
 #include "tools/host/SimHost.h"
 
 namespace {
@@ -97,16 +97,13 @@ double Value(const SimItem& item) {
 // on every use, so nothing carries over from one test to the next.
 class DataHome {
 public:
-    DataHome() {
-        std::string pattern = (fs::temp_directory_path() / "brivane-controller-XXXXXX").string();
-        if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a temporary data home");
-        m_path = pattern;
-        setenv("XDG_DATA_HOME", m_path.c_str(), 1);
+    DataHome() : m_scratch(brivane_test::MakeScratchFolder("brivane-controller-")), m_home(m_scratch) {
+        if (m_scratch.empty()) throw std::runtime_error("cannot make a temporary data home");
+        m_path = m_home.path();
     }
     ~DataHome() {
-        unsetenv("XDG_DATA_HOME");
         std::error_code ignored;
-        fs::remove_all(m_path, ignored);
+        fs::remove_all(m_scratch, ignored);
     }
     DataHome(const DataHome&) = delete;
     DataHome& operator=(const DataHome&) = delete;
@@ -126,6 +123,8 @@ private:
         WriteFile(file, text);
     }
 
+    fs::path m_scratch;
+    brivane_test::DataHomeOverride m_home;
     fs::path m_path;
 };
 

@@ -45,11 +45,11 @@ TEST(file_helpers_test, without_any_home_the_data_folders_start_at_the_root) {
     ScratchDataHome home;  // restores XDG_DATA_HOME afterwards
     const char* oldHome = std::getenv("HOME");
     const std::string savedHome = oldHome != nullptr ? oldHome : "";
-    unsetenv("XDG_DATA_HOME");
-    unsetenv("HOME");
+    brivane_test::SetEnv("XDG_DATA_HOME", nullptr);
+    brivane_test::SetEnv("HOME", nullptr);
     EXPECT_EQ(GetAppDirectory(), u"");
     EXPECT_EQ(GetPluginDir(true), u"/quorvel/brivane/preset/");
-    if (oldHome != nullptr) setenv("HOME", savedHome.c_str(), 1);
+    if (oldHome != nullptr) brivane_test::SetEnv("HOME", savedHome.c_str());
 }
 
 TEST(file_helpers_test, base_name_drops_folder_and_last_extension) {
@@ -93,7 +93,7 @@ TEST(file_helpers_test, listing_keeps_the_order_in_which_the_system_lists_the_fo
     }
     std::vector<std::string> systemOrder;
     for (const auto& entry : fs::directory_iterator(dir))
-        systemOrder.push_back(entry.path().string());
+        systemOrder.push_back(dir + "/" + entry.path().filename().string());
     EXPECT_THAT(ToUtf8(EnumFiles(U16(dir), u".svg")), ElementsAreArray(systemOrder));
 }
 
