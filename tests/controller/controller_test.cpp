@@ -97,7 +97,8 @@ double Value(const SimItem& item) {
 // on every use, so nothing carries over from one test to the next.
 class DataHome {
 public:
-    DataHome() : m_scratch(brivane_test::MakeScratchFolder("brivane-controller-")), m_home(m_scratch) {
+    // A user folder with a non-ASCII name where the system lets us choose it.
+    DataHome() : m_scratch(brivane_test::MakeScratchFolder("brivane-controller-データ-")), m_home(m_scratch) {
         if (m_scratch.empty()) throw std::runtime_error("cannot make a temporary data home");
         m_path = m_home.path();
     }
@@ -111,9 +112,11 @@ public:
     fs::path PresetFolder() const { return m_path / "quorvel" / "brivane" / "preset"; }
     fs::path GuideFolder() const { return m_path / "quorvel" / "brivane" / "guide"; }
     // Puts a file into the guide or preset folder before the filter opens.
-    void AddGuide(const std::string& name, const std::string& text) const { Add(GuideFolder() / name, text); }
+    void AddGuide(const std::string& name, const std::string& text) const {
+        Add(GuideFolder() / brivane_test::Utf8Path(name), text);
+    }
     void AddPreset(const std::string& name, const std::string& text) const {
-        Add(PresetFolder() / name, text);
+        Add(PresetFolder() / brivane_test::Utf8Path(name), text);
     }
 
 private:
@@ -457,6 +460,38 @@ TEST_F(controller_test, save_on_exit_writes_a_dated_preset_that_is_listed_at_onc
     ASSERT_EQ(Change(202, "8"), kHostPropertyModified);
     EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
     EXPECT_EQ(Item(202).decValue, 4.5);
+}
+
+TEST_F(controller_test, a_preset_named_in_japanese_is_listed_applied_and_saved_back_byte_for_byte) {
+    // A whole preset as the plug-in writes it, naming a guide in Japanese: the dated copy that save on
+    // exit makes must be these bytes on every system.
+    const std::string preset =
+        "[guide]\ntype=parallel\np1=0.1,0.5\np2=0.9,0.5\np3=0.1,0.9\nname=波線\ncurvature=1\n\n"
+        "[pen]\nsize=3\nhardness=1\nfluction=0\nin=500\nout=500\nasdist=false\neasing=false\n\n"
+        "[line]\nposition=0\nposfluct=0\nlength=10\nlenfluct=0\nspacing=8\nspcfluct=0\nlengain=0\n"
+        "spcgain=0\nconnect=true\n";
+    home.AddGuide("波線.svg", kWave);
+    home.AddPreset("集中線.ini", preset);
+    OpenFilter();
+    ASSERT_EQ(Item(140).rows.size(), 2u);
+    EXPECT_EQ(Item(140).rows[1].text, u"集中線");
+    EXPECT_EQ(Item(161).rows.at(2).text, u"波線");
+    EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
+    ExpectValues({{150, 1}, {161, 2}, {202, 3}, {224, 8}});
+    host.cancelAtStep = 1;
+    host.RunFilter(module);
+    EXPECT_TRUE(host.Cancelled());
+    host.cancelAtStep = -1;
+    ASSERT_EQ(Change(141, "true"), kHostPropertyUnchanged);
+    host.RunFilter(module);
+    EXPECT_GT(CountCovered(*host.Destination()), 0);
+
+    std::vector<fs::path> dated;
+    for (const auto& entry : fs::directory_iterator(home.PresetFolder())) {
+        if (entry.path().filename() != brivane_test::Utf8Path("集中線.ini")) dated.push_back(entry.path());
+    }
+    ASSERT_EQ(dated.size(), 1u);
+    EXPECT_EQ(ReadFile(dated[0]), preset);
 }
 
 // ---- Runs ----
