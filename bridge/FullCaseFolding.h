@@ -1,9 +1,15 @@
 // Where Unicode full case folding differs from simple lower-casing, taken from the Unicode character
 // database (14.0): characters that fold to several ("\u00DF" -> "ss") or to another letter than their
-// lower case (Cherokee folds to its capitals, U+00B5 to Greek mu, final sigma to sigma). The Windows
-// bridge lower-cases with the system and takes these from here, since the system offers lower-casing
-// only. Sorted by code point.
+// lower case (Cherokee folds to its capitals, U+00B5 to Greek mu, final sigma to sigma). Systems that
+// offer lower-casing only (Windows, and GNUstep standing in for Foundation) fold with FoldWithTable.
 #pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+#include <string>
+
+#include "bridge/BridgeText.h"
 
 namespace brivane::bridge {
 
@@ -13,6 +19,7 @@ struct FoldingRange {
     const char16_t* fold;  // the folded text of a single code point
 };
 
+// Sorted by code point.
 inline constexpr FoldingRange kFullFolding[] = {
     {0x00B5, 0x00B5, 775, nullptr},
     {0x00DF, 0x00DF, 0, u"ss"},
@@ -143,5 +150,37 @@ inline constexpr FoldingRange kFullFolding[] = {
     {0xFB16, 0xFB16, 0, u"\u057E\u0576"},
     {0xFB17, 0xFB17, 0, u"\u0574\u056D"},
 };
+
+inline const FoldingRange* FindFolding(char32_t c) {
+    const auto* range = std::upper_bound(std::begin(kFullFolding), std::end(kFullFolding), c,
+                                         [](char32_t v, const FoldingRange& r) { return v < r.first; });
+    if (range == std::begin(kFullFolding) || (--range)->last < c) return nullptr;
+    return range;
+}
+
+// Full case folding of repaired UTF-16 from a system's lower-casing: the table's characters from the
+// table, each run between them through lower(run, out), which appends the run's lower case to out and
+// returns false on failure.
+template <class LowerCase>
+bool FoldWithTable(const std::u16string& text, std::u16string& out, LowerCase lower) {
+    out.clear();
+    std::u16string run;
+    bool ok = true;
+    ForEachCodePoint(text, [&](char32_t c) {
+        const FoldingRange* folding = FindFolding(c);
+        if (folding == nullptr) {
+            AppendCodePoint(run, c);
+            return;
+        }
+        ok = ok && lower(run, out);
+        run.clear();
+        if (folding->fold != nullptr) {
+            out += folding->fold;
+        } else {
+            AppendCodePoint(out, static_cast<char32_t>(static_cast<int32_t>(c) + folding->delta));
+        }
+    });
+    return ok && lower(run, out);
+}
 
 }  // namespace brivane::bridge

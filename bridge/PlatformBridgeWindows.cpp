@@ -72,37 +72,6 @@ bool AppendLowerCase(const std::u16string& run, std::u16string& out) {
                          0) == needed;
 }
 
-const FoldingRange* FindFolding(char32_t c) {
-    const auto* end = std::end(kFullFolding);
-    const auto* range = std::upper_bound(std::begin(kFullFolding), end, c,
-                                         [](char32_t v, const FoldingRange& r) { return v < r.first; });
-    if (range == std::begin(kFullFolding) || (--range)->last < c) return nullptr;
-    return range;
-}
-
-// Full case folding: the table's characters from the table, every run between them lower-cased by the
-// system. The input is repaired UTF-16.
-bool Fold(const std::u16string& text, std::u16string& out) {
-    out.clear();
-    std::u16string run;
-    bool ok = true;
-    ForEachCodePoint(text, [&](char32_t c) {
-        const FoldingRange* folding = FindFolding(c);
-        if (folding == nullptr) {
-            AppendCodePoint(run, c);
-            return;
-        }
-        ok = ok && AppendLowerCase(run, out);
-        run.clear();
-        if (folding->fold != nullptr) {
-            out += folding->fold;
-        } else {
-            AppendCodePoint(out, static_cast<char32_t>(static_cast<int32_t>(c) + folding->delta));
-        }
-    });
-    return ok && AppendLowerCase(run, out);
-}
-
 }  // namespace
 
 extern "C" {
@@ -112,7 +81,8 @@ int32_t ST_ToLowerCase(const uint16_t* source, int32_t count, uint16_t* destinat
     if (count == 0) return 0;
     try {
         std::u16string folded;
-        if (!Fold(RepairUtf16(source, static_cast<std::size_t>(count)), folded)) return ST_ERROR_ARGUMENT;
+        if (!FoldWithTable(RepairUtf16(source, static_cast<std::size_t>(count)), folded, AppendLowerCase))
+            return ST_ERROR_ARGUMENT;
         if (folded.size() > static_cast<std::size_t>(capacity)) return ST_ERROR_CAPACITY;
         std::memcpy(destination, folded.data(), folded.size() * sizeof(uint16_t));
         return static_cast<int32_t>(folded.size());
