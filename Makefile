@@ -3,14 +3,19 @@
 
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+WIN_BUILD  ?= build-win
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 # CI sets CI=true: warnings become errors there.
 WERROR     ?= $(if $(CI),ON,OFF)
 
 DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
                 libpng-dev libicu-dev clang-format
+# The other systems, as far as this machine can show them: the Windows build (MinGW-w64, posix threads)
+# with its suites under Wine and GoogleTest built from source, and the Foundation bridge on GNUstep.
+DEB_PACKAGES += g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 googletest \
+                gobjc++ libgnustep-base-dev
 
-.PHONY: all deps configure build test test-fast test-asan format format-check demo samples bench clean
+.PHONY: all deps configure build test test-fast test-asan test-windows format format-check demo samples bench clean
 
 all: build
 
@@ -27,16 +32,28 @@ deps:
 	fi
 
 configure: deps
-	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR)
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_GNUSTEP_BRIDGE=ON
 
 build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-# Release tests, then the same suite under AddressSanitizer and UndefinedBehaviorSanitizer.
-test: format-check test-fast test-asan
+# Release tests (the Foundation bridge's contract tests on GNUstep among them), the Windows build's
+# suites under Wine, then the Linux suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+test: format-check test-fast test-windows test-asan
 
 test-fast: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	@echo "Foundation bridge on GNUstep: $$(cd $(BUILD) && ctest -N -R '^gnustep[.]' | sed -n 's/Total Tests: //p') contract cases run above"
+
+# The Windows module, the simulated host's library and the bridge, storage, host and controller suites,
+# cross-built with MinGW-w64 and run headless under Wine with a prefix inside the build folder.
+test-windows: deps
+	cmake -S . -B $(WIN_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release \
+	      -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_BUILD_BENCH=OFF
+	cmake --build $(WIN_BUILD) -j $(JOBS)
+	cd $(WIN_BUILD) && ctest --output-on-failure -j $(JOBS) -LE slow
+	@grep -h '^\[  PASSED  \] [0-9]* test' $(WIN_BUILD)/Testing/Temporary/LastTest.log | \
+	  awk '{n += $$4} END {print "Windows suites under Wine: " n " cases passed"}'
 
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DBRIVANE_WERROR=$(WERROR) \
@@ -45,7 +62,7 @@ test-asan: deps
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	      ctest --output-on-failure -j $(JOBS) -LE slow
 
-FORMAT_FILES = $(shell git ls-files '*.h' '*.hpp' '*.cpp' '*.c' 2>/dev/null)
+FORMAT_FILES = $(shell git ls-files '*.h' '*.hpp' '*.cpp' '*.c' '*.mm' 2>/dev/null)
 
 format:
 	clang-format -i $(FORMAT_FILES)
@@ -94,4 +111,4 @@ samples: build
 	$(BUILD)/tools/render/brivane-make-samples samples
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(WIN_BUILD) out
