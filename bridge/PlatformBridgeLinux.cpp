@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -115,25 +116,20 @@ uint16_t** ST_EnumFiles(const char* folder, const char* extension, int32_t* coun
         std::u16string wanted;
         if (!LowerCase(DecodeUtf8(extension, std::strlen(extension)), wanted)) return nullptr;
 
-        DIR* dir = opendir(folder);
+        // Closed however the listing ends, an allocation failure included.
+        const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(folder), closedir);
         if (dir == nullptr) return nullptr;
         const std::string base = WithoutTrailingSlashes(folder);
         std::vector<std::u16string> paths;
         std::u16string lowered;
-        try {
-            while (const dirent* entry = readdir(dir)) {
-                if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
-                if (!LowerCase(DecodeUtf8(entry->d_name, std::strlen(entry->d_name)), lowered)) continue;
-                if (!EndsWith(lowered, wanted)) continue;
-                const std::string joined = base + "/" + entry->d_name;
-                paths.push_back(DecodeUtf8(joined.data(), joined.size()));
-                if (paths.size() == static_cast<size_t>(INT32_MAX)) break;
-            }
-        } catch (...) {
-            closedir(dir);
-            throw;
+        while (const dirent* entry = readdir(dir.get())) {
+            if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+            if (!LowerCase(DecodeUtf8(entry->d_name, std::strlen(entry->d_name)), lowered)) continue;
+            if (!EndsWith(lowered, wanted)) continue;
+            const std::string joined = base + "/" + entry->d_name;
+            paths.push_back(DecodeUtf8(joined.data(), joined.size()));
+            if (paths.size() == static_cast<size_t>(INT32_MAX)) break;
         }
-        closedir(dir);
         return CopyListToMalloc(paths, count);
     } catch (...) {
         return nullptr;

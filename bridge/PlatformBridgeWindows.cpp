@@ -7,10 +7,9 @@
 #include <knownfolders.h>
 #include <shlobj.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstring>
-#include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -139,23 +138,19 @@ uint16_t** ST_EnumFiles(const char* folder, const char* extension, int32_t* coun
         WIN32_FIND_DATAW entry;
         const HANDLE find = FindFirstFileW((base + L"\\*").c_str(), &entry);
         if (find == INVALID_HANDLE_VALUE) return nullptr;
+        // Closed however the listing ends, an allocation failure included.
+        const std::unique_ptr<void, decltype(&FindClose)> closer(find, FindClose);
         std::vector<std::u16string> paths;
-        try {
-            do {
-                const std::wstring name = entry.cFileName;
-                if (name == L"." || name == L"..") continue;
-                lowered.clear();
-                if (!AppendLowerCase(Units(name.data(), name.size()), lowered)) continue;
-                if (!EndsWith(lowered, wanted)) continue;
-                // Joined with "/" like every path the storage helpers build; Windows takes either.
-                const std::wstring joined = base + L"/" + name;
-                paths.push_back(Units(joined.data(), joined.size()));
-            } while (paths.size() < static_cast<std::size_t>(INT32_MAX) && FindNextFileW(find, &entry));
-        } catch (...) {
-            FindClose(find);
-            throw;
-        }
-        FindClose(find);
+        do {
+            const std::wstring name = entry.cFileName;
+            if (name == L"." || name == L"..") continue;
+            lowered.clear();
+            if (!AppendLowerCase(Units(name.data(), name.size()), lowered)) continue;
+            if (!EndsWith(lowered, wanted)) continue;
+            // Joined with "/" like every path the storage helpers build; Windows takes either.
+            const std::wstring joined = base + L"/" + name;
+            paths.push_back(Units(joined.data(), joined.size()));
+        } while (paths.size() < static_cast<std::size_t>(INT32_MAX) && FindNextFileW(find, &entry));
         return CopyListToMalloc(paths, count);
     } catch (...) {
         return nullptr;

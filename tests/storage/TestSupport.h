@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <locale>
-#include <optional>
 #include <string>
 
 #include "storage/FileHelpers.h"

@@ -6,11 +6,7 @@
 namespace brivane_test {
 
 void SetEnv(const char* name, const char* value) {
-    if (value != nullptr) {
-        setenv(name, value, 1);
-    } else {
-        unsetenv(name);
-    }
+    value != nullptr ? setenv(name, value, 1) : unsetenv(name);
 }
 
 DataHomeOverride::DataHomeOverride(const std::filesystem::path& scratch) : path_(scratch) {

@@ -1,14 +1,9 @@
-// Windows: the data home is the user's roaming application-data folder, which a program cannot move, so
-// a test's data home is that folder, emptied of what the test adds.
-#include <windows.h>
-// windows.h first: the shell headers build on its types.
-#include <knownfolders.h>
-#include <shlobj.h>
+// Windows: the data home is the roaming folder, the one the bridge names.
 #include <stdlib.h>
 
 #include <algorithm>
-#include <vector>
 
+#include "bridge/PlatformBridge.h"
 #include "tests/support/TestSystem.h"
 
 namespace brivane_test {
@@ -18,12 +13,10 @@ void SetEnv(const char* name, const char* value) {
 }
 
 DataHomeOverride::DataHomeOverride(const std::filesystem::path&) {
-    PWSTR roaming = nullptr;
-    if (SUCCEEDED(SHGetKnownFolderPath(FOLDERID_RoamingAppData, KF_FLAG_DEFAULT, nullptr, &roaming)))
-        path_ = roaming;
-    CoTaskMemFree(roaming);
+    char* roaming = ST_GetAppSupportPath();
+    path_ = Utf8Path(roaming != nullptr ? roaming : "");
+    ST_FreeUtf8(roaming);
     if (path_.empty()) return;
-    // Our own folder starts empty; whatever else the test adds beside it is removed afterwards.
     std::error_code error;
     std::filesystem::remove_all(path_ / "quorvel", error);
     for (const auto& entry : std::filesystem::directory_iterator(path_, error))
@@ -31,7 +24,6 @@ DataHomeOverride::DataHomeOverride(const std::filesystem::path&) {
 }
 
 DataHomeOverride::~DataHomeOverride() {
-    if (path_.empty()) return;
     std::error_code error;
     std::vector<std::filesystem::path> added;
     for (const auto& entry : std::filesystem::directory_iterator(path_, error)) {
