@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <vector>
 
 namespace {
 
@@ -396,10 +395,71 @@ int MoveEffectFilter::GetPixelDepthWide(const unsigned char* pixel, int x, int y
 
 // --- Compositing ----------------------------------------------------------------------------------
 
+namespace {
+
+// Rows per chunk when a page-wide loop is split over the pool: a few hundred kilobytes each, enough
+// to keep every core busy without waiting long on the slowest chunk.
+constexpr int64_t kRowsPerChunk = 32;
+
+// An 8-bit pixel: the colour samples, then the coverage as alpha. One instance per layout, so the
+// sample count is known and the loop unrolls.
+template <int kSamples>
+void WriteRow8(const uint8_t* cover, int count, const unsigned char* color, unsigned char* out) {
+    for (int x = 0; x < count; ++x, out += kSamples) {
+        for (int s = 0; s < kSamples - 1; ++s)
+            out[s] = color[s];
+        out[kSamples - 1] = cover[x];
+    }
+}
+
+// Wider samples: every pixel a coverage value can give is made once into a table, so the row loop is
+// a copy of a fixed size per pixel.
+template <int kPixelBytes>
+void WriteRowFromTable(const uint8_t* cover, int count, const unsigned char* table, unsigned char* out) {
+    for (int x = 0; x < count; ++x, out += kPixelBytes)
+        std::memcpy(out, table + cover[x] * kPixelBytes, kPixelBytes);
+}
+
+using RowWriter = void (*)(const uint8_t* cover, int count, const unsigned char* pixels, unsigned char* out);
+
+RowWriter RowWriterFor(int format, int pixelBytes) {
+    if (format == 0) {
+        switch (pixelBytes) {
+            case 1:
+                return WriteRow8<1>;
+            case 2:
+                return WriteRow8<2>;
+            case 4:
+                return WriteRow8<4>;
+            default:
+                return WriteRow8<5>;
+        }
+    }
+    switch (pixelBytes) {
+        case 2:
+            return WriteRowFromTable<2>;
+        case 4:
+            return WriteRowFromTable<4>;
+        case 8:
+            return WriteRowFromTable<8>;
+        case 10:
+            return WriteRowFromTable<10>;
+        case 16:
+            return WriteRowFromTable<16>;
+        default:
+            return WriteRowFromTable<20>;
+    }
+}
+
+}  // namespace
+
 void MoveEffectFilter::DrawToCanvas(int layout, int format, unsigned char* color, unsigned char* dest,
                                     int destRowBytes) {
     if (dest == nullptr || destRowBytes < 0) return;
-    std::memset(dest, 0, static_cast<std::size_t>(destRowBytes) * static_cast<std::size_t>(m_height));
+    const std::size_t rowBytes = static_cast<std::size_t>(destRowBytes);
+    auto clearRows = [&](int64_t begin, int64_t end) {
+        std::memset(dest + begin * rowBytes, 0, static_cast<std::size_t>(end - begin) * rowBytes);
+    };
 
     int samples;
     int colorSamples;
@@ -417,50 +477,64 @@ void MoveEffectFilter::DrawToCanvas(int layout, int format, unsigned char* color
             samples = 2, colorSamples = 1;
             break;
     }
-    if (format < 0 || format > 3 || m_coverage == nullptr) return;
     const int sampleBytes = SampleBytes(format);
     const int pixelBytes = samples * sampleBytes;
     // Rows too short for the image's width would make the pixels spill into the next row and past
-    // the end of the bitmap.
-    if (static_cast<int64_t>(destRowBytes) < static_cast<int64_t>(m_width) * pixelBytes) return;
-
-    std::vector<unsigned char> black;
-    if (color == nullptr) {
-        black.assign(static_cast<std::size_t>(pixelBytes), 0);
-        color = black.data();
+    // the end of the bitmap: such a destination, an unknown format and a missing coverage are only
+    // cleared.
+    if (format < 0 || format > 3 || m_coverage == nullptr ||
+        static_cast<int64_t>(destRowBytes) < static_cast<int64_t>(m_width) * pixelBytes) {
+        m_pool.ForEachChunk(m_height, kRowsPerChunk, clearRows);
+        return;
     }
+
+    // What a pixel of coverage c becomes: colour samples, then alpha in the destination's format.
     const std::size_t colorBytes = static_cast<std::size_t>(colorSamples) * sampleBytes;
+    unsigned char pixel[256 * 20] = {};
+    for (int c = 0; c < 256; ++c) {
+        unsigned char* out = pixel + c * pixelBytes;
+        if (color != nullptr) std::memcpy(out, color, colorBytes);  // a null colour counts as black
+        unsigned char* alpha = out + colorBytes;
+        switch (format) {
+            case 0:
+                *alpha = static_cast<unsigned char>(c);
+                break;
+            // 255 * 255: full coverage is 65025, not 65535, as the host has always received it.
+            case 1:
+                StoreSample<uint16_t>(alpha, static_cast<uint16_t>(c * 255));
+                break;
+            case 2:
+                StoreSample<uint16_t>(alpha, Float32To16(c / 255.0f));
+                break;
+            case 3:
+                StoreSample<float>(alpha, c / 255.0f);
+                break;
+        }
+    }
+    // 8-bit rows read only the colour samples of the first entry and take the coverage as it is.
+    const RowWriter writeRow = RowWriterFor(format, pixelBytes);
 
     const DirtyRect dirty = GetDirtyRect();
     const int left = std::max(dirty.left, 0);
     const int top = std::max(dirty.top, 0);
     const int right = std::min(dirty.right, m_width);
     const int bottom = std::min(dirty.bottom, m_height);
-    for (int y = top; y < bottom; ++y) {
-        unsigned char* row = dest + static_cast<std::size_t>(y) * destRowBytes;
-        const uint8_t* cover = m_coverage.get() + Index(0, y);
-        for (int x = left; x < right; ++x) {
-            const uint8_t c = cover[x];
-            unsigned char* out = row + static_cast<std::size_t>(x) * pixelBytes;
-            std::memcpy(out, color, colorBytes);
-            unsigned char* alpha = out + colorBytes;
-            switch (format) {
-                case 0:
-                    *alpha = c;
-                    break;
-                // 255 * 255: full coverage is 65025, not 65535, as the host has always received it.
-                case 1:
-                    StoreSample<uint16_t>(alpha, static_cast<uint16_t>(c * 255));
-                    break;
-                case 2:
-                    StoreSample<uint16_t>(alpha, Float32To16(c / 255.0f));
-                    break;
-                case 3:
-                    StoreSample<float>(alpha, c / 255.0f);
-                    break;
+    const std::size_t leftBytes = static_cast<std::size_t>(left) * pixelBytes;
+    const std::size_t rightBytes = static_cast<std::size_t>(right) * pixelBytes;
+    // Each destination byte is written once: zero outside the dirty rectangle, pixels inside.
+    m_pool.ForEachChunk(m_height, kRowsPerChunk, [&](int64_t begin, int64_t end) {
+        for (int64_t y = begin; y < end; ++y) {
+            unsigned char* row = dest + static_cast<std::size_t>(y) * rowBytes;
+            if (y < top || y >= bottom || left >= right) {
+                std::memset(row, 0, rowBytes);
+                continue;
             }
+            std::memset(row, 0, leftBytes);
+            writeRow(m_coverage.get() + Index(left, static_cast<int>(y)), right - left, pixel,
+                     row + leftBytes);
+            std::memset(row + rightBytes, 0, rowBytes - rightBytes);
         }
-    }
+    });
 }
 
 // --- Coverage stamping ----------------------------------------------------------------------------
