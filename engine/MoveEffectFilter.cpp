@@ -11,6 +11,10 @@ namespace {
 
 constexpr int32_t kMaxDimension = std::numeric_limits<int32_t>::max();
 
+// Rows per chunk when a page-wide loop is split over the pool: a few hundred kilobytes of
+// destination each, enough to keep every core busy without waiting long on the slowest chunk.
+constexpr int64_t kRowsPerChunk = 32;
+
 // Samples per pixel of each colour model, alpha included.
 int SamplesPerPixel(int colorModel) {
     switch (colorModel) {
@@ -54,7 +58,10 @@ void StoreSample(unsigned char* at, T value) {
 
 }  // namespace
 
-MoveEffectFilter::MoveEffectFilter(const MoveEffectParam& param) : m_param(param) {
+MoveEffectFilter::MoveEffectFilter(const MoveEffectParam& param) : MoveEffectFilter(param, 0) {}
+
+MoveEffectFilter::MoveEffectFilter(const MoveEffectParam& param, unsigned workerCount)
+    : m_param(param), m_pool(workerCount == 0 ? std::thread::hardware_concurrency() : workerCount) {
     // A fraction above 1 would taper beyond the whole line.
     if (!m_param.asdist) {
         if (m_param.in > 1.0) m_param.in = 1.0;
@@ -197,10 +204,18 @@ void MoveEffectFilter::SetBaseImage(const MoveEffectImageParam* image) {
         image->height > 0) {
         return;
     }
-    // calloc: a large canvas gets fresh zero pages, so only the parts that strokes reach are touched.
-    CoverageBuffer coverage(static_cast<uint8_t*>(
-        std::calloc(std::max<std::size_t>(image->width, 1), std::max<uint32_t>(image->height, 1))));
+    // Zeroed by rows on the pool rather than by calloc: a reused heap block would be cleared on this
+    // thread alone, and a fresh mapping would take its page faults one by one later on.
+    const std::size_t coverageWidth = std::max<std::size_t>(image->width, 1);
+    const std::size_t coverageRows = std::max<uint32_t>(image->height, 1);
+    if (coverageRows > std::numeric_limits<std::size_t>::max() / coverageWidth) return;
+    CoverageBuffer coverage(static_cast<uint8_t*>(std::malloc(coverageWidth * coverageRows)));
     if (!coverage) return;  // too large to cover: leave the filter as it was
+    m_pool.ForEachChunk(static_cast<int64_t>(coverageRows), kRowsPerChunk * 4,
+                        [&](int64_t begin, int64_t end) {
+                            std::memset(coverage.get() + begin * coverageWidth, 0,
+                                        static_cast<std::size_t>(end - begin) * coverageWidth);
+                        });
 
     m_colorModel = image->colorModel;
     m_sampleFormat = image->sampleFormat;
@@ -397,10 +412,6 @@ int MoveEffectFilter::GetPixelDepthWide(const unsigned char* pixel, int x, int y
 
 namespace {
 
-// Rows per chunk when a page-wide loop is split over the pool: a few hundred kilobytes each, enough
-// to keep every core busy without waiting long on the slowest chunk.
-constexpr int64_t kRowsPerChunk = 32;
-
 // An 8-bit pixel: the colour samples, then the coverage as alpha. One instance per layout, so the
 // sample count is known and the loop unrolls.
 template <int kSamples>
@@ -457,9 +468,18 @@ void MoveEffectFilter::DrawToCanvas(int layout, int format, unsigned char* color
                                     int destRowBytes) {
     if (dest == nullptr || destRowBytes < 0) return;
     const std::size_t rowBytes = static_cast<std::size_t>(destRowBytes);
-    auto clearRows = [&](int64_t begin, int64_t end) {
-        std::memset(dest + begin * rowBytes, 0, static_cast<std::size_t>(end - begin) * rowBytes);
-    };
+    m_pool.ForEachChunk(m_height, kRowsPerChunk, [&](int64_t begin, int64_t end) {
+        DrawRowsToCanvas(layout, format, color, dest + static_cast<std::size_t>(begin) * rowBytes,
+                         destRowBytes, static_cast<int>(begin), static_cast<int>(end - begin));
+    });
+}
+
+void MoveEffectFilter::DrawRowsToCanvas(int layout, int format, unsigned char* color, unsigned char* dest,
+                                        int destRowBytes, int top, int rows) {
+    top = std::clamp(top, 0, m_height);
+    rows = std::clamp(rows, 0, m_height - top);
+    if (dest == nullptr || destRowBytes < 0 || rows == 0) return;
+    const std::size_t rowBytes = static_cast<std::size_t>(destRowBytes);
 
     int samples;
     int colorSamples;
@@ -484,7 +504,7 @@ void MoveEffectFilter::DrawToCanvas(int layout, int format, unsigned char* color
     // cleared.
     if (format < 0 || format > 3 || m_coverage == nullptr ||
         static_cast<int64_t>(destRowBytes) < static_cast<int64_t>(m_width) * pixelBytes) {
-        m_pool.ForEachChunk(m_height, kRowsPerChunk, clearRows);
+        std::memset(dest, 0, static_cast<std::size_t>(rows) * rowBytes);
         return;
     }
 
@@ -516,25 +536,22 @@ void MoveEffectFilter::DrawToCanvas(int layout, int format, unsigned char* color
 
     const DirtyRect dirty = GetDirtyRect();
     const int left = std::max(dirty.left, 0);
-    const int top = std::max(dirty.top, 0);
+    const int dirtyTop = std::max(dirty.top, 0);
     const int right = std::min(dirty.right, m_width);
-    const int bottom = std::min(dirty.bottom, m_height);
+    const int dirtyBottom = std::min(dirty.bottom, m_height);
     const std::size_t leftBytes = static_cast<std::size_t>(left) * pixelBytes;
     const std::size_t rightBytes = static_cast<std::size_t>(right) * pixelBytes;
     // Each destination byte is written once: zero outside the dirty rectangle, pixels inside.
-    m_pool.ForEachChunk(m_height, kRowsPerChunk, [&](int64_t begin, int64_t end) {
-        for (int64_t y = begin; y < end; ++y) {
-            unsigned char* row = dest + static_cast<std::size_t>(y) * rowBytes;
-            if (y < top || y >= bottom || left >= right) {
-                std::memset(row, 0, rowBytes);
-                continue;
-            }
-            std::memset(row, 0, leftBytes);
-            writeRow(m_coverage.get() + Index(left, static_cast<int>(y)), right - left, pixel,
-                     row + leftBytes);
-            std::memset(row + rightBytes, 0, rowBytes - rightBytes);
+    for (int y = top; y < top + rows; ++y) {
+        unsigned char* row = dest + static_cast<std::size_t>(y - top) * rowBytes;
+        if (y < dirtyTop || y >= dirtyBottom || left >= right) {
+            std::memset(row, 0, rowBytes);
+            continue;
         }
-    });
+        std::memset(row, 0, leftBytes);
+        writeRow(m_coverage.get() + Index(left, y), right - left, pixel, row + leftBytes);
+        std::memset(row + rightBytes, 0, rowBytes - rightBytes);
+    }
 }
 
 // --- Coverage stamping ----------------------------------------------------------------------------
