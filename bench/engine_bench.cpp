@@ -9,8 +9,8 @@
 //   FreshCoverage     allocating a B4 coverage buffer and touching each of its pages once
 //   CancelFirst/...   a dense soft render whose progress callback answers stop at the first report
 //
-// Each render runs single-threaded (the pool's RunAsSingleThread, on this thread) and pooled
-// (ApplyEffect, on every worker). Times are wall clock; discs/s counts the discs the strokes place.
+// Each render runs single-threaded (a pool of one, its tasks by RunAsSingleThread on this thread) and
+// pooled (ApplyEffect, on every worker). Times are wall clock; discs/s counts the discs the strokes place.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -111,7 +111,7 @@ void Render(benchmark::State& state, const MoveEffectParam& param, int32_t width
     unsigned char colour[3] = {0, 0, 0};
     const int64_t discsBefore = StrokeRaster::GetTotalDiscCount();
     for (auto _ : state) {
-        MoveEffectFilter filter(param);
+        MoveEffectFilter filter(param, mode == Mode::kSingle ? 1 : 0);
         filter.SetTarget(DefaultTarget(param.type, width, height));
         filter.AttachGuide(&guide);
         if (cancel) filter.SetProgressCallback(&StopAtFirstReport, nullptr);

@@ -187,7 +187,8 @@ void ThreadPool::ForEachChunk(int64_t count, int64_t grain,
         for (int64_t chunk = shared->next.fetch_add(1); chunk < chunks; chunk = shared->next.fetch_add(1))
             run(chunk * grain, std::min(count, (chunk + 1) * grain));
     };
-    const int64_t helpers = std::min<int64_t>(static_cast<int64_t>(m_workers.size()), chunks - 1);
+    // The calling thread takes a share, so one worker fewer keeps every core busy without crowding it.
+    const int64_t helpers = std::min<int64_t>(static_cast<int64_t>(m_workers.size()) - 1, chunks - 1);
     if (helpers > 0) {
         {
             std::lock_guard<std::mutex> lock(m_mutex);

@@ -49,8 +49,8 @@ public:
     // Runs every queued task on the calling thread, in queue order. Meant for a pool that no other
     // thread feeds. Keeps GetTotalTasks()/GetCompletedTasks() up to date, unlike Run.
     void RunAsSingleThread();
-    // Calls body(begin, end) over [0, count) in chunks of `grain`, on the calling thread and on every
-    // idle worker at once, and returns when all chunks are done. For page-wide loops (compositing,
+    // Calls body(begin, end) over [0, count) in chunks of `grain`, on the calling thread and on all but
+    // one of the workers at once, and returns when all chunks are done. For page-wide loops (compositing,
     // clearing) that must not wait behind a 10 ms progress poll. `body` runs on several threads at
     // once over disjoint ranges and must not throw. Call it between passes, never from a task.
     void ForEachChunk(int64_t count, int64_t grain,

@@ -1,7 +1,9 @@
 #include "tools/host/SimHost.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
+#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <unordered_set>
@@ -584,10 +586,28 @@ HostResult GetRgbaChannelIndex(HostOffscreen offscreen, int64_t* red, int64_t* g
     return kHostResultOk;
 }
 
+std::atomic<int64_t> g_bitmapServiceNanoseconds{0};
+
+// Adds the lifetime of the object to BitmapServiceSeconds.
+class ServiceClock {
+public:
+    ServiceClock() : m_start(std::chrono::steady_clock::now()) {}
+    ~ServiceClock() {
+        const auto spent = std::chrono::steady_clock::now() - m_start;
+        g_bitmapServiceNanoseconds += std::chrono::duration_cast<std::chrono::nanoseconds>(spent).count();
+    }
+    ServiceClock(const ServiceClock&) = delete;
+    ServiceClock& operator=(const ServiceClock&) = delete;
+
+private:
+    std::chrono::steady_clock::time_point m_start;
+};
+
 // Copies the overlap of a width x height area between a bitmap and an offscreen of the same depth.
 HostResult Copy(const char* op, bool toBitmap, HostBitmap bitmap, const HostPoint* bitmapPosition,
                 HostOffscreen offscreen, const HostPoint* offscreenPosition, int64_t width, int64_t height,
                 int64_t mode) {
+    const ServiceClock clock;
     SimBitmap* target = AsBitmap(bitmap, op);
     SimImage* image = AsOffscreen(offscreen, op);
     if (!target || !image) return kHostResultBadArgument;
@@ -633,6 +653,7 @@ HostResult CopyFromBitmap(HostBitmap bitmap, const HostPoint* bitmapPosition, Ho
 
 HostResult CreateBitmap(HostBitmap* out, int64_t width, int64_t height, int64_t channelCode,
                         int64_t scanline) {
+    const ServiceClock clock;
     const int64_t depth = DepthOfChannelCode(channelCode);
     if (!out) return BadArgument("createBitmap", "null out-parameter");
     if (depth == 0) return BadArgument("createBitmap", "unknown channel code " + std::to_string(channelCode));
@@ -754,6 +775,10 @@ bool DescribeBitmap(HostBitmap bitmap, SimBitmapInfo& info) {
     return true;
 }
 
+double BitmapServiceSeconds() {
+    return static_cast<double>(g_bitmapServiceNanoseconds.load()) * 1e-9;
+}
+
 std::vector<std::string> TakeProtocolErrors() {
     return TheRegistry().TakeErrors();
 }
@@ -833,7 +858,10 @@ int64_t SimHost::RunFilter(PluginModule& module) {
     if (m_source && m_destination) m_destination->pixels = m_source->pixels;
     m_cancelled = false;
     m_passProgress = -1;
-    return module.Call(kHostSelectorFilterRun, GetServer());
+    const auto start = std::chrono::steady_clock::now();
+    const int64_t result = module.Call(kHostSelectorFilterRun, GetServer());
+    m_pluginSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return result;
 }
 
 void SimHost::NoteProgress(int64_t value) {
