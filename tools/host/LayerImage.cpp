@@ -169,7 +169,11 @@ SimImage SelectionFromPng(const PngImage& png) {
     return mask;
 }
 
-PngImage PngFromLayer(const SimImage& layer) {
+namespace {
+
+// The PNG layout of a layer: RGBA for colour layers, grey with alpha for grey and mask layers, grey
+// for an alpha layer; `pixels` left empty.
+PngImage PngLayoutOf(const SimImage& layer) {
     PngImage png;
     png.width = static_cast<uint32_t>(layer.width);
     png.height = static_cast<uint32_t>(layer.height);
@@ -187,30 +191,51 @@ PngImage PngFromLayer(const SimImage& layer) {
             png.channels = 1;
             break;
     }
-    png.pixels.resize(png.RowBytes() * png.height);
-    uint8_t* out = png.pixels.data();
+    return png;
+}
+
+// Row y of the layer in its PNG layout.
+void LayerRowToPng(const SimImage& layer, int channels, int64_t y, uint8_t* out) {
     const size_t width = static_cast<size_t>(layer.width);
-    for (int64_t y = 0; y < layer.height; ++y) {
-        const uint8_t* in = layer.At(0, y);
-        if (png.channels == 4) {
-            const int64_t* index = layer.channelIndex;
-            for (size_t x = 0; x < width; ++x, in += 4, out += 4) {
-                out[0] = in[index[0]];
-                out[1] = in[index[1]];
-                out[2] = in[index[2]];
-                out[3] = in[index[3]];
-            }
-        } else if (layer.depth == png.channels) {
-            std::memcpy(out, in, width * png.channels);
-            out += width * png.channels;
-        } else {
-            for (size_t x = 0; x < width; ++x, in += layer.depth) {
-                for (int c = 0; c < png.channels; ++c)
-                    *out++ = in[c];
-            }
+    const uint8_t* in = layer.At(0, y);
+    if (channels == 4) {
+        const int64_t* index = layer.channelIndex;
+        for (size_t x = 0; x < width; ++x, in += 4, out += 4) {
+            out[0] = in[index[0]];
+            out[1] = in[index[1]];
+            out[2] = in[index[2]];
+            out[3] = in[index[3]];
+        }
+    } else if (layer.depth == channels) {
+        std::memcpy(out, in, width * channels);
+    } else {
+        for (size_t x = 0; x < width; ++x, in += layer.depth) {
+            for (int c = 0; c < channels; ++c)
+                *out++ = in[c];
         }
     }
+}
+
+}  // namespace
+
+PngImage PngFromLayer(const SimImage& layer) {
+    PngImage png = PngLayoutOf(layer);
+    png.pixels.resize(png.RowBytes() * png.height);
+    for (int64_t y = 0; y < layer.height; ++y)
+        LayerRowToPng(layer, png.channels, y, png.pixels.data() + y * png.RowBytes());
     return png;
+}
+
+bool WriteLayerPng(const std::string& path, const SimImage& layer, std::string& error) {
+    const PngImage header = PngLayoutOf(layer);
+    PngWriter writer;
+    if (!writer.Open(path, header, PngCompression::kFast, error)) return false;
+    std::vector<uint8_t> row(header.RowBytes());
+    for (int64_t y = 0; y < layer.height; ++y) {
+        LayerRowToPng(layer, header.channels, y, row.data());
+        if (!writer.WriteRow(row.data(), error)) return false;
+    }
+    return writer.Finish(error);
 }
 
 }  // namespace brivane::tools

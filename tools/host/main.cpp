@@ -507,7 +507,7 @@ int Run(const Options& options) {
 
     if (status != 2 && !options.output.empty() && host.Destination()) {
         timings.Lap();
-        if (!WritePng(options.output, PngFromLayer(*host.Destination()), error)) return Fail(error);
+        if (!WriteLayerPng(options.output, *host.Destination(), error)) return Fail(error);
         timings.write += timings.Lap();
     }
     if (options.timings) timings.Print(host, services);
