@@ -259,24 +259,6 @@ bool WriteResult(const RenderOptions& options, MoveEffectFilter& filter, const E
 
 }  // namespace
 
-bool RenderEffectLayer(const MoveEffectParam& param, const PointTarget& target, PathParser& guide,
-                       const PngImage& layer, Rgb color, const ProgressFn& progress, PngImage& out) {
-    MoveEffectFilter filter(param);
-    EngineLayer engineLayer(layer);
-    if (!ApplyEffectTo(filter, target, guide, engineLayer, progress)) return false;
-
-    LineColour colour(color, engineLayer.IsGrey());
-    PngImage result;
-    result.width = layer.width;
-    result.height = layer.height;
-    result.channels = 4;
-    result.bitDepth = 8;
-    result.pixels.resize(result.RowBytes() * result.height);
-    filter.DrawToCanvas(0, 0, colour.samples, result.pixels.data(), static_cast<int>(result.RowBytes()));
-    out = std::move(result);
-    return true;
-}
-
 int RunRender(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
               const RenderEnvironment& environment) {
     auto fail = [&](const std::string& message) {
