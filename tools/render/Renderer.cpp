@@ -227,6 +227,7 @@ bool WriteResult(const RenderOptions& options, MoveEffectFilter& filter, const E
 
     // Each input row, as it is decoded, becomes the RGBA row below the lines.
     struct Below : PngRowSink {
+        const std::string* path;
         LayerRows* lines;
         const std::function<bool(uint8_t*)>* writeRow;
         PngImage layout;
@@ -234,7 +235,7 @@ bool WriteResult(const RenderOptions& options, MoveEffectFilter& filter, const E
         bool failed = false;
         bool Begin(const PngImage& header, std::string& error) override {
             if (header.width != lines->Width() || header.height != lines->Height()) {
-                error = "the input changed while it was being drawn on";
+                error = *path + ": changed while it was being drawn on";
                 return false;
             }
             layout = header;
@@ -251,6 +252,7 @@ bool WriteResult(const RenderOptions& options, MoveEffectFilter& filter, const E
         }
     } below;
     const std::function<bool(uint8_t*)> write = writeRow;
+    below.path = &options.input;
     below.lines = &lines;
     below.writeRow = &write;
     if (!ReadPngRows(options.input, below, error) || below.failed) return false;
