@@ -14,15 +14,17 @@ DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark
 # with its suites under Wine and GoogleTest built from source, and the Foundation bridge on GNUstep.
 DEB_PACKAGES += g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 googletest \
                 gobjc++ libgnustep-base-dev
+BENCH_PACKAGES := libvips-tools time
 
-.PHONY: all deps configure build test test-fast test-asan test-windows format format-check demo samples bench clean
+.PHONY: all deps bench-deps configure build test test-fast test-asan test-windows format format-check demo \
+        samples bench clean
 
 all: build
 
-# Installs only what is missing, so a machine that has everything never touches apt.
-deps:
+# Installs only what is missing of the packages given, so a machine that has everything never touches apt.
+define install_missing
 	@missing=""; \
-	for p in $(DEB_PACKAGES); do \
+	for p in $(1); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -30,6 +32,14 @@ deps:
 	  if [ "$$(id -u)" -ne 0 ]; then echo "error: missing packages and not root:$$missing" >&2; exit 1; fi; \
 	  apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $$missing; \
 	fi
+endef
+
+deps:
+	$(call install_missing,$(DEB_PACKAGES))
+
+# Only the benchmarks compare the tools with `vips copy` and read peak memory from /usr/bin/time.
+bench-deps: deps
+	$(call install_missing,$(BENCH_PACKAGES))
 
 configure: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_GNUSTEP_BRIDGE=ON
@@ -70,8 +80,14 @@ format:
 format-check: deps
 	@clang-format --dry-run --Werror $(FORMAT_FILES) && echo "clang-format: clean"
 
-bench: build
-	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b --benchmark_min_time=0.5; done
+# Medians of several repetitions: the figures are read as ratios to BM_MemoryFloor and to `vips copy`,
+# both measured in the same run.
+bench: bench-deps build
+	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; \
+	  $$b --benchmark_min_time=0.5 --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+	      --benchmark_display_aggregates_only=true || exit 1; done
+	@echo "== bench/tools_bench.sh"
+	@bench/tools_bench.sh $(BUILD) 5
 
 RENDER  = $(BUILD)/tools/render/brivane-render
 HOST    = $(BUILD)/tools/host/brivane-host

@@ -1,5 +1,6 @@
 #include "taskpool/ThreadPool.h"
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <utility>
@@ -82,9 +83,14 @@ void ThreadPool::Run() {
     m_completedTasks.exchange(0);
 
     std::vector<std::future<void>> futures;
+    // Counts this pass's finished jobs, so the wait below ends as soon as the last one returns
+    // instead of at the next poll. Shared: an abandoned pass's jobs may outlive this call.
+    auto finished = std::make_shared<std::atomic<std::size_t>>(0);
+    std::size_t passSize = 0;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        futures.reserve(m_tasks.size());
+        passSize = m_tasks.size();
+        futures.reserve(passSize);
         while (!m_tasks.empty()) {
             std::shared_ptr<ThreadPoolTask> task = std::move(m_tasks.front());
             m_tasks.pop_front();
@@ -93,7 +99,10 @@ void ThreadPool::Run() {
             // alive until a worker has finished it.
             auto packaged = std::make_shared<std::packaged_task<void()>>([task] { task->Run(); });
             futures.push_back(packaged->get_future());
-            m_jobs.emplace_back([packaged] { (*packaged)(); });
+            m_jobs.emplace_back([this, packaged, finished, passSize] {
+                (*packaged)();
+                if (finished->fetch_add(1) + 1 == passSize) NotifyPassDone();
+            });
         }
     }
     m_condition.notify_all();
@@ -114,7 +123,10 @@ void ThreadPool::Run() {
             if (i + 1 < futures.size()) std::swap(futures[i], futures.back());
             futures.pop_back();
         }
-        if (!futures.empty()) std::this_thread::sleep_for(kPollInterval);
+        if (!futures.empty()) {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_passDone.wait_for(lock, kPollInterval, [&] { return finished->load() == passSize; });
+        }
     }
 
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -150,6 +162,51 @@ void ThreadPool::RunAsSingleThread() {
 
     std::lock_guard<std::mutex> lock(m_mutex);
     m_running.clear();
+}
+
+// Taking the lock orders the notification after a waiter's check of its condition: no lost wake-up.
+void ThreadPool::NotifyPassDone() {
+    { std::lock_guard<std::mutex> lock(m_mutex); }
+    m_passDone.notify_all();
+}
+
+void ThreadPool::ForEachChunk(int64_t count, int64_t grain,
+                              const std::function<void(int64_t begin, int64_t end)>& body) {
+    if (count <= 0) return;
+    if (grain < 1) grain = 1;
+    const int64_t chunks = (count + grain - 1) / grain;
+    // Chunks are handed out one at a time, so a thread slowed by other load simply takes fewer.
+    // `inside` counts helpers that may still call `body`; one that arrives after the last chunk was
+    // taken never calls it, so the caller need not wait for helpers that have not started.
+    struct Shared {
+        std::atomic<int64_t> next{0};
+        std::atomic<int64_t> inside{0};
+    };
+    auto shared = std::make_shared<Shared>();
+    const auto work = [shared, chunks, count, grain](const std::function<void(int64_t, int64_t)>& run) {
+        for (int64_t chunk = shared->next.fetch_add(1); chunk < chunks; chunk = shared->next.fetch_add(1))
+            run(chunk * grain, std::min(count, (chunk + 1) * grain));
+    };
+    // The calling thread takes a share, so one worker fewer keeps every core busy without crowding it.
+    const int64_t helpers = std::min<int64_t>(static_cast<int64_t>(m_workers.size()) - 1, chunks - 1);
+    if (helpers > 0) {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            // Helpers go to the front of the queue: jobs of an abandoned pass must not delay them.
+            for (int64_t i = 0; i < helpers; ++i) {
+                m_jobs.emplace_front([this, shared, work, &body] {
+                    shared->inside.fetch_add(1);
+                    work(body);
+                    if (shared->inside.fetch_sub(1) == 1) NotifyPassDone();
+                });
+            }
+        }
+        m_condition.notify_all();
+    }
+    work(body);
+    // Every chunk is taken; wait for helpers still inside `body`, which lives on the caller's stack.
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_passDone.wait(lock, [&] { return shared->inside.load() == 0; });
 }
 
 void ThreadPool::Cancel() {

@@ -682,6 +682,35 @@ TEST(move_effect_filter_test, compositing_writes_colour_and_coverage_in_every_la
     }
 }
 
+TEST(move_effect_filter_test, pooled_compositing_writes_what_one_row_at_a_time_on_this_thread_writes) {
+    // Tall enough for many chunks of rows on the pool; the dirty rectangle leaves rows and columns out.
+    constexpr int kWidth = 37, kHeight = 301;
+    TestImage image(0, 0, kWidth, kHeight, {1, 1, 1, 1});
+    MoveEffectFilter filter(MakeParam(), 4);
+    filter.SetBaseImage(&image.param);
+    for (int y = 0; y < kHeight; ++y) {
+        for (int x = 0; x < kWidth; ++x)
+            filter.StampCoverage(x, y, static_cast<uint8_t>((x * 31 + y * 17) % 256));
+    }
+    filter.GrowDirtyRect(3, 5, 30, 290);
+    for (int layout : {0, 1, 2, 3, 7}) {
+        for (int format = 0; format < 5; ++format) {
+            SCOPED_TRACE(testing::Message() << "layout " << layout << " format " << format);
+            const int rowBytes = kWidth * 5 * 4 + 7;  // wide enough for every pixel, and padded
+            unsigned char color[20];
+            for (int i = 0; i < 20; ++i)
+                color[i] = static_cast<unsigned char>(40 + i);
+            std::vector<unsigned char> pooled(static_cast<std::size_t>(rowBytes) * kHeight, 0xAB);
+            std::vector<unsigned char> rows(pooled.size(), 0xCD);
+            filter.DrawToCanvas(layout, format, color, pooled.data(), rowBytes);
+            for (int y = 0; y < kHeight; ++y)
+                filter.DrawRowsToCanvas(layout, format, color, rows.data() + y * rowBytes, rowBytes, y, 1);
+            ASSERT_EQ(pooled, rows);
+            EXPECT_EQ(pooled[4 * rowBytes + 10], 0);  // above the dirty rectangle
+        }
+    }
+}
+
 TEST(move_effect_filter_test, full_coverage_in_16_bits_is_65025_and_a_null_colour_is_black) {
     TestImage image(0, 0, 3, 2, {1, 1, 1, 1});
     auto filter = MakeStampedFilter(image);

@@ -411,7 +411,7 @@ TEST(render_layer_test, every_png_layout_reads_as_ink_where_dark_and_opaque) {
                 const PngImage png = Solid(3, 2, channels, depth, c.value, c.alpha);
                 EngineLayer layer(png);
                 const MoveEffectImageParam image = layer.Describe();
-                EXPECT_EQ(image.colorModel, channels <= 2 ? 1 : 0);
+                EXPECT_EQ(image.colorModel, channels <= 2 || depth == 8 ? 1 : 0);
                 EXPECT_EQ(image.sampleFormat, depth == 16 ? 1 : 0);
                 MoveEffectFilter filter(ToEffectParam(Parse({"i.png", "-o", "o.png"}).settings));
                 filter.SetBaseImage(&image);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -41,6 +42,8 @@ filter initialise, panel changes, one or more filter runs, filter terminate, mod
       --module FILE.so      the plug-in module (default: the one built with this program)
       --resources FILE      caption texts, lines of id = text (default: beside the module)
   -q, --quiet               no progress bar and no notes
+      --timings             print where the time went: reading, making layers, inside the plug-in
+                            (its own work and the host's bitmap services it called), writing
   -h, --help                show this text
 
 Exit status: 0 done, 1 the plug-in failed a call or misused the host, 2 bad input.
@@ -66,6 +69,7 @@ struct Options {
     int64_t cancelAt = -1;
     bool panel = false;
     bool quiet = false;
+    bool timings = false;
     bool help = false;
 };
 
@@ -141,6 +145,8 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
             options.quiet = true;
         } else if (arg == "--panel") {
             options.panel = true;
+        } else if (arg == "--timings") {
+            options.timings = true;
         } else if (arg == "-i" || arg == "--input") {
             if (!value(options.input)) return false;
         } else if (arg == "-o" || arg == "--output") {
@@ -356,6 +362,28 @@ private:
     bool m_drawn = false;
 };
 
+// Wall-clock seconds of the phases --timings reports.
+struct Timings {
+    std::chrono::steady_clock::time_point mark = std::chrono::steady_clock::now();
+    double read = 0, layers = 0, runs = 0, write = 0;
+    // Seconds since the last call (or since construction).
+    double Lap() {
+        const auto now = std::chrono::steady_clock::now();
+        const double seconds = std::chrono::duration<double>(now - mark).count();
+        mark = now;
+        return seconds;
+    }
+    void Print(const SimHost& host, double services) const {
+        const double inside = host.PluginSeconds();
+        std::fprintf(stderr,
+                     "brivane-host: timings: read %.3f s, layers %.3f s, filter runs %.3f s, write %.3f s\n"
+                     "brivane-host: timings: inside the plug-in %.3f s = its own work %.3f s + host bitmap "
+                     "services %.3f s; the host's own work %.3f s\n",
+                     read, layers, runs, write, inside, inside - services, services,
+                     read + layers + (runs - inside) + write + services);
+    }
+};
+
 int Run(const Options& options) {
     if (!options.output.empty() && options.input.empty()) return Fail("--output needs an --input layer");
     if (!options.selection.empty() && options.input.empty())
@@ -371,12 +399,15 @@ int Run(const Options& options) {
 
     std::string error;
     std::optional<LayerKind> layerKind;
+    Timings timings;
     if (!options.input.empty()) {
         PngImage png;
         if (!ReadPng(options.input, png, error)) return Fail(error);
         if (png.width == 0 || png.height == 0) return Fail(options.input + ": empty image");
+        timings.read += timings.Lap();
         layerKind = options.layerKind.value_or(DefaultLayerKind(png));
         host.SetLayer(LayerFromPng(png, *layerKind));
+        timings.layers += timings.Lap();
         if (!options.selection.empty()) {
             PngImage mask;
             if (!ReadPng(options.selection, mask, error)) return Fail(error);
@@ -385,6 +416,7 @@ int Run(const Options& options) {
                             std::to_string(mask.height) + ", the layer " + std::to_string(png.width) + "x" +
                             std::to_string(png.height));
             host.SetSelection(SelectionFromPng(mask));
+            timings.layers += timings.Lap();
         }
     }
 
@@ -431,6 +463,8 @@ int Run(const Options& options) {
 
     ProgressBar bar(!options.quiet && isatty(STDERR_FILENO));
     host.onProgress = [&bar](int64_t value, int64_t total) { bar.Show(value, total); };
+    const double servicesBefore = BitmapServiceSeconds();
+    timings.Lap();
     for (int64_t run = 1; status == 0 && layerKind && run <= options.runs; ++run) {
         host.restartsLeft = static_cast<int>(options.restarts);
         bar.Begin(run);
@@ -444,6 +478,9 @@ int Run(const Options& options) {
             Note(options, "run " + std::to_string(run) + " cancelled");
         }
     }
+
+    timings.runs += timings.Lap();
+    const double services = BitmapServiceSeconds() - servicesBefore;
 
     if (module.Slot()) {
         if (module.Call(kHostSelectorFilterTerminate, server) != kHostCallSucceeded && status == 0) {
@@ -469,8 +506,11 @@ int Run(const Options& options) {
     }
 
     if (status != 2 && !options.output.empty() && host.Destination()) {
-        if (!WritePng(options.output, PngFromLayer(*host.Destination()), error)) return Fail(error);
+        timings.Lap();
+        if (!WriteLayerPng(options.output, *host.Destination(), error)) return Fail(error);
+        timings.write += timings.Lap();
     }
+    if (options.timings) timings.Print(host, services);
     return status;
 }
 

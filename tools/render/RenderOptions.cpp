@@ -281,6 +281,9 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
         } else if (key == "-q" || key == "--quiet") {
             if (!noValue()) return false;
             options.quiet = true;
+        } else if (key == "--small") {
+            if (!noValue()) return false;
+            options.small = true;
         } else if (key == "--save-preset") {
             if (!takeValue(value)) return false;
             options.savePreset = value;
@@ -460,6 +463,7 @@ Output:
   --background COLOR     flatten the result onto an opaque colour
   --color COLOR          line colour: #rrggbb, #rgb, black or white (default black; grey on a grey layer)
   --save-preset FILE     also save the settings as a preset file
+  --small                smaller PNG files, written several times slower (default: fast compression)
   -q, --quiet            no progress bar (shown only when standard error is a terminal)
 
 Arrangement:
