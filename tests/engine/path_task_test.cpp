@@ -267,6 +267,29 @@ TEST(path_task_test, cancelled_tasks_and_paths_without_length_or_with_non_finite
     }
 }
 
+TEST(path_task_test, a_path_far_off_the_image_is_walked_quickly_and_one_too_long_to_walk_is_left_alone) {
+    MoveEffectParam param = QuietParam(1);
+    param.length = 10;
+    PathParser guide = StraightGuide();
+    Layer layer(100, 40);
+    layer.InkRect(40, 15, 60, 25);
+    auto filter = MakeFilter(param, kNoTarget, guide, layer);
+    // Nothing on the way in from 1e9 px off (a billion single steps before), then the inked run.
+    auto far = std::make_shared<PathTask>(filter.get(), nullptr);
+    far->AppendPathSegment(PathSegment{PathSegment::kMoveTo, {{-1e9, 20.5}}});
+    far->AppendPathSegment(PathSegment{PathSegment::kLineTo, {{100, 20.5}}});
+    far->Run();
+    EXPECT_EQ(CoverageAt(*filter, 50, 20), 255);
+    EXPECT_EQ(CoverageAt(*filter, 50, 10), 0);
+    // Over the same run and on for 1e300 px, where one-pixel steps would be lost in rounding.
+    auto alone = MakeFilter(param, kNoTarget, guide, layer);
+    auto endless = std::make_shared<PathTask>(alone.get(), nullptr);
+    endless->AppendPathSegment(PathSegment{PathSegment::kMoveTo, {{0, 20.5}}});
+    endless->AppendPathSegment(PathSegment{PathSegment::kLineTo, {{1e300, 20.5}}});
+    endless->Run();
+    EXPECT_EQ(CountCovered(*alone), 0);
+}
+
 TEST(path_task_test, a_ring_whose_ink_crosses_the_seam_is_drawn_as_one_stroke_across_it) {
     MoveEffectParam param = QuietParam(2);
     param.spacing = 0;
