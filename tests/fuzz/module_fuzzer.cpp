@@ -26,7 +26,6 @@ namespace {
 
 constexpr int64_t kMaxSide = 160;  // pixels a side of any image, so one run takes milliseconds
 constexpr int kMaxActions = 32;    // selector calls and notifications one input may make
-
 FuzzedDataProvider* in = nullptr;  // the input of the current run
 HostObject const kHost = reinterpret_cast<HostObject>(0x4057);
 constexpr HostResult kOk = kHostResultOk;
@@ -278,12 +277,12 @@ void NewDocument() {
     canvasHeight = Pick(canvasHeight, -1, kMaxSide);
     restartsLeft = 3;  // each restart is a whole further pass
 }
-// The user changes an item of the panel, or pushes it.
-void Notify() {
+// The user changes an item of the panel (the choice-th one), or pushes it.
+void Notify(size_t choice) {
     if (!callback || !live.count(reinterpret_cast<Object*>(panel))) return;
     const std::map<int64_t, int>& rows = reinterpret_cast<Object*>(panel)->rows;
     auto item = rows.begin();
-    if (!rows.empty()) std::advance(item, in->ConsumeIntegralInRange<size_t>(0, rows.size() - 1));
+    if (!rows.empty()) std::advance(item, choice % rows.size());
     int64_t changed = 0;
     callback(&changed, panel, item == rows.end() ? 0 : item->first, Pick(kHostNotifyValueChanged, 0, 40),
              callbackData);
@@ -297,13 +296,11 @@ const std::filesystem::path kPresets = kData / "quorvel/brivane/preset";
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     namespace fs = std::filesystem;
-    fs::create_directories(kPresets);
     fs::create_directories(kPresets / "../guide");
     for (const fs::directory_entry& entry : fs::directory_iterator(BRIVANE_SAMPLES_DIR)) {
-        const fs::path ext = entry.path().extension();
+        const fs::path ext = entry.path().extension(), folder = kPresets / (ext == ".ini" ? "" : "../guide");
         if (ext == ".ini" || ext == ".svg")
-            fs::copy_file(entry.path(),
-                          kPresets / (ext == ".ini" ? "" : "../guide") / entry.path().filename(),
+            fs::copy_file(entry.path(), folder / entry.path().filename(),
                           fs::copy_options::overwrite_existing);
     }
     setenv("XDG_DATA_HOME", kData.c_str(), 1);
@@ -335,19 +332,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (selector == kHostSelectorFilterTerminate || !slot) callback = nullptr;  // the panel is gone
     };
     // Usually the filter is open and runs once more at the end, so that short inputs reach the drawing.
+    // The steps in between are bytes from the front of the input, the host's answers come from its back.
     const bool usual = !input.ConsumeBool();
+    const std::vector<uint8_t> steps =
+        input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange(0, kMaxActions));
     if (usual) call(kHostSelectorModuleInitialize), call(kHostSelectorFilterInitialize);
-    for (int n = 0; n < kMaxActions && input.remaining_bytes() > 0; ++n) {
-        const int action = input.ConsumeIntegralInRange(0, 4);
+    for (const uint8_t step : steps) {
+        const int action = step % 5, choice = step / 5;
         if (action == 0) {
             NewDocument(), call(kHostSelectorFilterRun);
         } else if (action == 1) {
-            Notify();
+            Notify(choice);
         } else if (action < 4) {
-            call(action == 2 ? input.PickValueInArray<int64_t>({0x101, 0x102, 0x201, 0x203})
-                             : input.ConsumeIntegral<int64_t>());
+            constexpr int64_t kSelectors[] = {0x101, 0x102, 0x201, 0x203};
+            call(action == 2 ? kSelectors[choice % 4] : input.ConsumeIntegral<int64_t>());
         } else {  // a host that lacks a record or a service from now on
-            *input.PickValueInArray(tables) = nullptr;
+            *tables[choice % std::size(tables)] = nullptr;
             lacking = true;
         }
     }
