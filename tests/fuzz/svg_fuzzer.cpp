@@ -25,7 +25,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         path.MoveNext(step * 2);
         path.MovePrev(step);
     }
-    path.MoveToExtendPos(step);
     path.MovePrev(total);
     for (const LineSegment& line : path.GetLines())
         path.MoveLine(line, step, mode & 2);

@@ -46,12 +46,8 @@ bool ReadPng(const std::string& path, PngImage& out, std::string& error) {
         error = path + ": cannot open: " + std::strerror(errno);
         return false;
     }
-    return ReadPng(file.get(), path, out, error);
-}
-
-bool ReadPng(std::FILE* file, const std::string& path, PngImage& out, std::string& error) {
     png_byte signature[8];
-    if (fread(signature, 1, sizeof signature, file) != sizeof signature ||
+    if (fread(signature, 1, sizeof signature, file.get()) != sizeof signature ||
         png_sig_cmp(signature, 0, sizeof signature) != 0) {
         error = path + ": not a PNG file";
         return false;
@@ -72,7 +68,7 @@ bool ReadPng(std::FILE* file, const std::string& path, PngImage& out, std::strin
         error = path + ": damaged PNG file" + (sink.message[0] ? std::string(": ") + sink.message : "");
         return false;
     }
-    png_init_io(png, file);
+    png_init_io(png, file.get());
     png_set_sig_bytes(png, sizeof signature);
     png_set_user_limits(png, kMaxPngSide, kMaxPngSide);
     png_read_info(png, info);

@@ -12,7 +12,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -39,9 +38,6 @@ inline constexpr uint64_t kMaxPngBytes = 4ull << 30;
 // Reads a PNG file. On failure returns false, leaves `out` untouched and puts a one-line reason naming
 // the file into `error`.
 bool ReadPng(const std::string& path, PngImage& out, std::string& error);
-// The same from a stream already open for reading (a file, or memory through fmemopen); path only names
-// it in the error.
-bool ReadPng(std::FILE* file, const std::string& path, PngImage& out, std::string& error);
 
 // Writes `image` as a PNG file (non-interlaced, default compression). Returns false with a one-line
 // reason on failure; a partly written file is removed.
