@@ -4,20 +4,31 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 WIN_BUILD  ?= build-win
+TSAN_BUILD ?= build-tsan
+FUZZ_BUILD ?= build-fuzz
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 # CI sets CI=true: warnings become errors there.
 WERROR     ?= $(if $(CI),ON,OFF)
 
 DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
-                libpng-dev libicu-dev clang-format
+                libpng-dev libicu-dev clang-format clang libclang-rt-14-dev
 # The other systems, as far as this machine can show them: the Windows build (MinGW-w64, posix threads)
 # with its suites under Wine and GoogleTest built from source, and the Foundation bridge on GNUstep.
 DEB_PACKAGES += g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 googletest \
                 gobjc++ libgnustep-base-dev
 BENCH_PACKAGES := libvips-tools time
 
-.PHONY: all deps bench-deps configure build test test-fast test-asan test-windows format format-check demo \
-        samples bench clean
+# `make fuzz`: each fuzz target for FUZZ_SECONDS or FUZZ_RUNS executions, whichever comes first.
+FUZZ_SECONDS ?= 600
+FUZZ_RUNS    ?= 1000000
+FUZZ_TARGETS ?= preset svg png module
+# `make test` gives each target this long on its corpus, as a smoke check.
+FUZZ_SMOKE_SECONDS ?= 20
+# The suites whose code runs on worker threads: pool, filter, stroke tasks, layouts, controller.
+TSAN_TESTS := thread_pool_test move_effect_filter_test path_task_test layout_test controller_test
+
+.PHONY: all deps bench-deps configure build test test-fast test-asan test-tsan test-windows fuzz-build fuzz fuzz-smoke \
+        format format-check demo samples bench clean
 
 all: build
 
@@ -48,8 +59,9 @@ build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
 # Release tests (the Foundation bridge's contract tests on GNUstep among them), the Windows build's
-# suites under Wine, then the Linux suite under AddressSanitizer and UndefinedBehaviorSanitizer.
-test: format-check test-fast test-windows test-asan
+# suites under Wine, the same Linux suite under AddressSanitizer and UndefinedBehaviorSanitizer, the
+# threaded suites under ThreadSanitizer, and a short run of every fuzz target.
+test: format-check test-fast test-windows test-asan test-tsan fuzz-smoke
 
 test-fast: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
@@ -71,6 +83,31 @@ test-asan: deps
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	      ctest --output-on-failure -j $(JOBS) -LE slow
+
+# Only the threaded suites are built; -O1 keeps both the build and the instrumented run short.
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" \
+	      -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_TSAN=ON -DBRIVANE_BUILD_BENCH=OFF
+	cmake --build $(TSAN_BUILD) -j $(JOBS) --target $(TSAN_TESTS)
+	@for t in $(TSAN_TESTS); do \
+	  exe=$$(find $(TSAN_BUILD)/tests -type f -name $$t | head -n 1); \
+	  echo "== TSan: $$t"; \
+	  TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" $$exe --gtest_brief=1 || exit 1; \
+	done
+
+# The libFuzzer targets of tests/fuzz, built with clang; the libraries carry coverage and ASan + UBSan.
+fuzz-build: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=Debug \
+	      -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_FUZZ=ON \
+	      -DBRIVANE_BUILD_TESTS=OFF -DBRIVANE_BUILD_BENCH=OFF
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target brivane_fuzzers
+
+# Crash inputs land in $(FUZZ_BUILD)/crashes/, new corpus inputs in $(FUZZ_BUILD)/corpus/.
+fuzz: fuzz-build
+	tests/fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_RUNS) $(FUZZ_TARGETS)
+
+fuzz-smoke: fuzz-build
+	tests/fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SMOKE_SECONDS) $(FUZZ_RUNS) $(FUZZ_TARGETS)
 
 FORMAT_FILES = $(shell git ls-files '*.h' '*.hpp' '*.cpp' '*.c' '*.mm' 2>/dev/null)
 
@@ -127,4 +164,4 @@ samples: build
 	$(BUILD)/tools/render/brivane-make-samples samples
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(WIN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(WIN_BUILD) out

@@ -83,21 +83,32 @@ TEST(path_task_test, a_fully_inked_ellipse_gives_one_closed_untapered_stroke) {
     EXPECT_EQ(CoverageAt(*filter, 40, 14), 0);
 }
 
-TEST(path_task_test, strokes_cover_the_inked_run_extended_by_half_the_length_at_each_end) {
+TEST(path_task_test, strokes_cover_the_inked_run_extended_by_half_the_length_at_each_end_from_near_or_far) {
     MoveEffectParam param = QuietParam(1);
     param.length = 10;
     PathParser guide = StraightGuide();
     Layer layer(100, 40);
     layer.InkRect(40, 15, 60, 25);
+    // From the image's edge, and from 1e9 px off: a billion single steps once, a few jumps now.
+    for (const double from : {0.0, -1e9}) {
+        auto filter = MakeFilter(param, kNoTarget, guide, layer);
+        auto task = std::make_shared<PathTask>(filter.get(), nullptr);
+        task->AppendPathSegment(PathSegment{PathSegment::kMoveTo, {{from, 20.5}}});
+        task->AppendPathSegment(PathSegment{PathSegment::kLineTo, {{100, 20.5}}});
+        task->Run();
+        // The run is [40, 60); the stroke [35, 65], its discs up to a step beyond. From far off the samples
+        // may fall a rounding short of a pixel's edge, which moves the ends by one.
+        EXPECT_EQ(CoverageAt(*filter, 33, 20), 0);
+        EXPECT_EQ(CoverageAt(*filter, from == 0 ? 37 : 38, 20), 255);
+        EXPECT_EQ(CoverageAt(*filter, 50, 20), 255);
+        EXPECT_EQ(CoverageAt(*filter, from == 0 ? 64 : 63, 20), 255);
+        EXPECT_EQ(CoverageAt(*filter, 68, 20), 0);
+        EXPECT_EQ(CoverageAt(*filter, 50, 10), 0);
+    }
+    // On along the row for 1e300 px, where one-pixel steps are lost in rounding: not walked at all.
     auto filter = MakeFilter(param, kNoTarget, guide, layer);
-    HorizontalTask(*filter, 20, 100)->Run();
-    // The run is [40, 60); the stroke [35, 65], its discs up to a step beyond.
-    EXPECT_EQ(CoverageAt(*filter, 33, 20), 0);
-    EXPECT_EQ(CoverageAt(*filter, 37, 20), 255);
-    EXPECT_EQ(CoverageAt(*filter, 50, 20), 255);
-    EXPECT_EQ(CoverageAt(*filter, 64, 20), 255);
-    EXPECT_EQ(CoverageAt(*filter, 68, 20), 0);
-    EXPECT_EQ(CoverageAt(*filter, 50, 10), 0);
+    HorizontalTask(*filter, 20, 1e300)->Run();
+    EXPECT_EQ(CountCovered(*filter), 0);
 }
 
 TEST(path_task_test, pooled_and_single_threaded_renders_are_the_same_bytes_in_every_arrangement) {

@@ -449,16 +449,25 @@ TEST(robustness_test, drops_commands_that_are_non_finite_short_of_points_or_of_u
     EXPECT_TRUE(PathParser::FlattenCubic({0, 0}, {1, 1}, {2, 2}, {kInf, 0}, 0.5).empty());
 }
 
-TEST(robustness_test, stops_halving_curves_that_overflow) {
+TEST(robustness_test, stops_halving_curves_that_overflow_or_exceed_the_budget_of_their_path) {
     // Differences of these coordinates overflow, so no halving ever makes the curve flat.
     const double big = std::numeric_limits<double>::max();
     std::vector<LineSegment> lines;
     PathParser::FlattenQuadratic(lines, {-big, 0}, {big, big}, {big, -big}, 0.5);
-    EXPECT_LE(lines.size(), 1u << 20);
+    EXPECT_LE(lines.size(), (1u << 17) + 32);
 
     const std::vector<PathPoint> polyline =
         PathParser::FlattenCubic({-big, 0}, {big, big}, {-big, big}, {big, 0}, 0.5);
-    EXPECT_LE(polyline.size(), (1u << 20) + 1);
+    EXPECT_LE(polyline.size(), (1u << 17) + 32);
+
+    // A guide of a few huge curves (the fuzzer's 60-byte file): one budget for the whole path.
+    PathParser path;
+    path.AppendMoveTo({0, 0});
+    for (int i = 0; i < 8; ++i)
+        path.AppendCubicBezier({0, 1e300}, {1, -1e300}, {1, 0});
+    path.AppendQuadBezier({0, 1e300}, {1, 0});
+    path.PrepareSegments(false);
+    EXPECT_LE(path.GetLines().size(), (1u << 17) + 9 * 32);
 }
 
 TEST(robustness_test, survives_non_finite_steps) {
@@ -469,4 +478,12 @@ TEST(robustness_test, survives_non_finite_steps) {
     PathParser open = MakeOpenCorner();
     open.MoveNext(kInf);
     open.MovePrev(kNaN);
+    // A ring whose total length overflows (the fuzzer's guide): endless moves return at once.
+    PathParser huge;
+    for (const PathPoint& p : {PathPoint{0, 0}, PathPoint{1e308, 0}, PathPoint{0, 0}})
+        huge.AppendLineTo(p);
+    huge.PrepareSegments(true);
+    ASSERT_TRUE(std::isinf(huge.GetTotalLength()));
+    huge.MovePrev(kInf);
+    huge.MoveNext(kInf);
 }
