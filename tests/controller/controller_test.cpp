@@ -2,19 +2,17 @@
 // data home of its own for every test. A few checks of values the host cannot see (the engine
 // parameters, the progress steps) drive a ZephrineManager directly through the same simulated host.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <fstream>
 #include <regex>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "controller/ZephrineManager.h"
+#include "tests/storage/TestSupport.h"
 #include "tools/host/SimHost.h"
 
 namespace {
@@ -40,18 +38,6 @@ SimImage MakeInkedLayer(int64_t order, const int64_t (&indices)[4] = {0, 1, 2, 3
             layer.At(x, y)[alpha] = 255;
     }
     return layer;
-}
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-void WriteFile(const fs::path& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary);
-    out << text;
 }
 
 std::vector<std::u16string> RowTexts(const SimItem& item) {
@@ -92,42 +78,6 @@ double Value(const SimItem& item) {
             return static_cast<double>(item.enumValue);
     }
 }
-
-// Each test gets an empty data home of its own, removed afterwards; the plug-in looks the folder up
-// on every use, so nothing carries over from one test to the next.
-class DataHome {
-public:
-    DataHome() {
-        std::string pattern = (fs::temp_directory_path() / "brivane-controller-XXXXXX").string();
-        if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a temporary data home");
-        m_path = pattern;
-        setenv("XDG_DATA_HOME", m_path.c_str(), 1);
-    }
-    ~DataHome() {
-        unsetenv("XDG_DATA_HOME");
-        std::error_code ignored;
-        fs::remove_all(m_path, ignored);
-    }
-    DataHome(const DataHome&) = delete;
-    DataHome& operator=(const DataHome&) = delete;
-
-    fs::path PresetFolder() const { return m_path / "quorvel" / "brivane" / "preset"; }
-    fs::path GuideFolder() const { return m_path / "quorvel" / "brivane" / "guide"; }
-    // Puts a file into the guide or preset folder before the filter opens.
-    void AddGuide(const std::string& name, const std::string& text) const { Add(GuideFolder() / name, text); }
-    void AddPreset(const std::string& name, const std::string& text) const {
-        Add(PresetFolder() / name, text);
-    }
-
-private:
-    void Add(const fs::path& file, const std::string& text) const {
-        fs::create_directories(PresetFolder());
-        fs::create_directories(GuideFolder());
-        WriteFile(file, text);
-    }
-
-    fs::path m_path;
-};
 
 class controller_test : public ::testing::Test {
 protected:
@@ -197,7 +147,7 @@ protected:
         return host.Destination()->pixels;
     }
 
-    DataHome home;
+    brivane_test::ScratchDataHome home;  // a data home of its own for every test
     SimHost host;
     PluginModule module;
 };
@@ -278,18 +228,16 @@ TEST_F(controller_test, builds_the_24_items_in_order_with_kinds_access_keys_rang
     }
     EXPECT_EQ(RowTexts(Item(150)), (std::vector<std::u16string>{u"Radiate from a centre", u"Parallel",
                                                                 u"Rings around an ellipse"}));
-    // An empty data home gives the defaults row and the two built-in guides, and its folders.
+    // An empty data home gives the defaults row and the two built-in guides.
     EXPECT_EQ(RowTexts(Item(140)), std::vector<std::u16string>{u"(Default settings)"});
     EXPECT_EQ(RowTexts(Item(161)), (std::vector<std::u16string>{u"Straight", u"Arch"}));
-    EXPECT_TRUE(fs::is_directory(home.PresetFolder()));
-    EXPECT_TRUE(fs::is_directory(home.GuideFolder()));
 }
 
 TEST_F(controller_test, guide_and_preset_files_are_listed_once_after_the_fixed_rows) {
-    home.AddGuide("wave.svg", kWave);
-    home.AddGuide("notes.txt", "not a guide");
-    home.AddPreset("speed.ini", "[pen]\nsize=4\n");
-    home.AddPreset("speed.ini.bak", "[pen]\nsize=4\n");
+    home.WriteGuide("wave", kWave);
+    home.Write(home.GuidePath("notes") + ".txt", "not a guide");
+    home.WritePreset("speed", "[pen]\nsize=4\n");
+    home.Write(home.PresetPath("speed") + ".bak", "[pen]\nsize=4\n");
     OpenFilter();
     ASSERT_EQ(Change(202, "9"), kHostPropertyModified);
     // Opening the filter again lists every row once and starts from the defaults.
@@ -345,7 +293,7 @@ TEST_F(controller_test, a_changed_value_answers_modified_and_the_next_run_uses_i
 // ---- Presets ----
 
 TEST_F(controller_test, a_preset_without_type_keeps_the_arrangement_and_applies_only_its_keys) {
-    home.AddPreset("partial.ini", "[guide]\np1=0.1,0.2\n[pen]\nsize=7\nin=250\n");
+    home.WritePreset("partial", "[guide]\np1=0.1,0.2\n[pen]\nsize=7\nin=250\n");
     OpenFilter();
     ASSERT_EQ(Change(150, "1"), kHostPropertyModified);
     ASSERT_EQ(Change(224, "90"), kHostPropertyModified);
@@ -355,12 +303,13 @@ TEST_F(controller_test, a_preset_without_type_keeps_the_arrangement_and_applies_
 }
 
 TEST_F(controller_test, a_preset_with_every_key_sets_every_item) {
-    home.AddGuide("wave.svg", kWave);
-    home.AddPreset("full.ini",
-                   "[guide]\ntype=circle\np1=0.1,0.2\np2=0.3,0.4\np3=0.5,0.6\nname=wave\ncurvature=-2.5\n"
-                   "[pen]\nsize=3.5\nhardness=0.25\nfluction=0.5\nin=100\nout=200\nasdist=true\neasing=true\n"
-                   "[line]\nposition=-40\nposfluct=0.1\nlength=30\nlenfluct=0.2\nspacing=70\nspcfluct=0.3\n"
-                   "lengain=4\nspcgain=-5\nconnect=false\n");
+    home.WriteGuide("wave", kWave);
+    home.WritePreset(
+        "full",
+        "[guide]\ntype=circle\np1=0.1,0.2\np2=0.3,0.4\np3=0.5,0.6\nname=wave\ncurvature=-2.5\n"
+        "[pen]\nsize=3.5\nhardness=0.25\nfluction=0.5\nin=100\nout=200\nasdist=true\neasing=true\n"
+        "[line]\nposition=-40\nposfluct=0.1\nlength=30\nlenfluct=0.2\nspacing=70\nspcfluct=0.3\n"
+        "lengain=4\nspcgain=-5\nconnect=false\n");
     OpenFilter();
     EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
     ExpectPoints({PointAt(0.1, 0.2), PointAt(0.3, 0.4), PointAt(0.5, 0.6)});
@@ -386,9 +335,9 @@ TEST_F(controller_test, a_preset_with_every_key_sets_every_item) {
 }
 
 TEST_F(controller_test, a_guide_name_in_a_preset_matches_regardless_of_letter_case) {
-    home.AddGuide("Wave.svg", kWave);
-    home.AddPreset("a.ini", "[guide]\nname=wAVE\n");
-    home.AddPreset("b.ini", "[guide]\nname=ripple\n");
+    home.WriteGuide("Wave", kWave);
+    home.WritePreset("a", "[guide]\nname=wAVE\n");
+    home.WritePreset("b", "[guide]\nname=ripple\n");
     OpenFilter();
     const int64_t rowA = Item(140).rows[1].text == u"a" ? 1 : 2;
     EXPECT_EQ(Change(140, std::to_string(rowA)), kHostPropertyModified);
@@ -399,7 +348,7 @@ TEST_F(controller_test, a_guide_name_in_a_preset_matches_regardless_of_letter_ca
 }
 
 TEST_F(controller_test, an_unreadable_preset_changes_nothing) {
-    home.AddPreset("empty.ini", "");
+    home.WritePreset("empty", "");
     OpenFilter();
     ASSERT_EQ(Change(202, "9"), kHostPropertyModified);
     EXPECT_EQ(Change(140, "1"), kHostPropertyUnchanged);
@@ -407,7 +356,7 @@ TEST_F(controller_test, an_unreadable_preset_changes_nothing) {
 }
 
 TEST_F(controller_test, the_defaults_row_resets_every_item_and_the_points) {
-    home.AddPreset("wide.ini", "[guide]\ntype=parallel\n[pen]\nsize=20\n");
+    home.WritePreset("wide", "[guide]\ntype=parallel\n[pen]\nsize=20\n");
     OpenFilter();
     ASSERT_EQ(Change(140, "1"), kHostPropertyModified);
     const std::pair<int64_t, const char*> changes[] = {
@@ -435,17 +384,17 @@ TEST_F(controller_test, save_on_exit_writes_a_dated_preset_that_is_listed_at_onc
     ASSERT_EQ(Change(202, "4.5"), kHostPropertyModified);
     ASSERT_EQ(Change(161, "1"), kHostPropertyModified);
     host.RunFilter(module);
-    EXPECT_TRUE(fs::is_empty(home.PresetFolder())) << "not without save on exit";
+    EXPECT_TRUE(fs::is_empty(home.root() + "/quorvel/brivane/preset")) << "not without save on exit";
     ASSERT_EQ(Change(141, "true"), kHostPropertyUnchanged);
     host.RunFilter(module);
 
     std::vector<fs::path> files;
-    for (const auto& entry : fs::directory_iterator(home.PresetFolder()))
+    for (const auto& entry : fs::directory_iterator(home.root() + "/quorvel/brivane/preset"))
         files.push_back(entry.path());
     ASSERT_EQ(files.size(), 1u);
     const std::string name = files[0].stem().string();
     EXPECT_TRUE(std::regex_match(name, std::regex(R"(\d{8}-\d{6})"))) << name;
-    const std::string text = ReadFile(files[0]);
+    const std::string text = home.Read(files[0]);
     EXPECT_NE(text.find("type=radiate\np1=0.5,0.5\np2=0.5,0.325\np3=0.5,0.125\nname=:C\n"), std::string::npos)
         << text;
     EXPECT_NE(text.find("size=4.5\n"), std::string::npos) << text;
@@ -480,14 +429,6 @@ TEST_F(controller_test, a_run_draws_the_main_colour_in_rising_progress_steps) {
     EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
     EXPECT_EQ(std::adjacent_find(values.begin(), values.end()), values.end()) << "no step twice";
     EXPECT_EQ(values.back(), 500);
-}
-
-TEST_F(controller_test, a_run_before_any_point_is_set_draws_nothing) {
-    // The points come from the controller's fields, which only notifications fill, so all three sit
-    // at (0, 0): radiate lines of no length draw nothing.
-    OpenFilter();
-    host.RunFilter(module);
-    EXPECT_EQ(CountCovered(*host.Destination()), 0);
 }
 
 TEST_F(controller_test, cancel_during_a_run_leaves_the_destination_untouched) {
@@ -554,7 +495,7 @@ TEST_F(controller_test, a_selection_keeps_the_lines_inside_it) {
 
 TEST_F(controller_test, a_guide_file_with_a_malformed_number_draws_like_the_straight_guide) {
     // All fluctuations are 0 by default, so two runs with the same guide give the same pixels.
-    home.AddGuide("broken.svg", "<svg><path d=\"M 0 0 L 10\"/></svg>");
+    home.WriteGuide("broken", "<svg><path d=\"M 0 0 L 10\"/></svg>");
     OpenFilter();
     PlacePoints();
     const std::vector<uint8_t> straight = RunAndTakeDestination();
@@ -565,12 +506,12 @@ TEST_F(controller_test, a_guide_file_with_a_malformed_number_draws_like_the_stra
 }
 
 TEST_F(controller_test, a_guide_file_is_read_once_and_kept) {
-    home.AddGuide("bend.svg", "<svg><path d=\"M 0 50 Q 50 0 100 50\"/></svg>");
+    home.WriteGuide("bend", "<svg><path d=\"M 0 50 Q 50 0 100 50\"/></svg>");
     OpenFilter();
     PlacePoints();
     ASSERT_EQ(Change(161, "2"), kHostPropertyModified);
     const std::vector<uint8_t> first = RunAndTakeDestination();
-    WriteFile(home.GuideFolder() / "bend.svg", "<svg><path d=\"M 0 10 L 100 10\"/></svg>");
+    home.WriteGuide("bend", "<svg><path d=\"M 0 10 L 100 10\"/></svg>");
     EXPECT_EQ(RunAndTakeDestination(), first);
 }
 
@@ -604,7 +545,7 @@ protected:
         ASSERT_TRUE(host.SetItemValue(key, text, error)) << error;
     }
 
-    DataHome home;
+    brivane_test::ScratchDataHome home;  // a data home of its own for every test
     SimHost host;
     ZephrineManager manager;
 };
@@ -647,14 +588,6 @@ TEST_F(manager_test, progress_reports_each_new_step_once_and_passes_the_hosts_an
     ZephrineManager fresh;
     fresh.AttachServer(host.GetServer());
     EXPECT_EQ(ZephrineManager::OnProgress(4, 1, &fresh), 0);
-}
-
-TEST_F(manager_test, the_module_identifier_is_36_characters_and_a_nul) {
-    char buffer[kGuidBufferSize];
-    std::fill(std::begin(buffer), std::end(buffer), 'x');
-    manager.OnGetGuid(buffer);
-    EXPECT_EQ(std::string(buffer), "3A7C51E2-94B0-4F6D-8E21-C5D90B7A4F13");
-    EXPECT_EQ(buffer[37], 'x') << "nothing past the NUL";
 }
 
 }  // namespace

@@ -157,41 +157,6 @@ TEST(move_effect_filter_test, fractional_taper_lengths_are_clamped_but_pixel_dis
     }
 }
 
-TEST(move_effect_filter_test, point_target_becomes_the_form_of_the_arrangement) {
-    const PointTarget points{1, 2, 30, 4, 5, 60};
-    MoveEffectFilter parallel(MakeParam(1));
-    parallel.SetTarget(points);
-    ASSERT_NE(parallel.GetParallelTarget(), nullptr);
-    EXPECT_EQ(parallel.GetParallelTarget()->x2, 30);
-    EXPECT_EQ(parallel.GetParallelTarget()->y3, 60);
-    EXPECT_EQ(parallel.GetCircleTarget(), nullptr);
-    EXPECT_EQ(parallel.GetRadiateTarget(), nullptr);
-    MoveEffectFilter circle(MakeParam(2));
-    circle.SetTarget(points);
-    ASSERT_NE(circle.GetCircleTarget(), nullptr);
-    EXPECT_EQ(circle.GetCircleTarget()->cx, 15);
-    EXPECT_EQ(circle.GetRadiateTarget(), nullptr);
-    for (int type : {0, 3, -1}) {
-        MoveEffectFilter filter(MakeParam(type));
-        filter.SetTarget(points);
-        ASSERT_NE(filter.GetRadiateTarget(), nullptr) << "type " << type;
-        EXPECT_EQ(filter.GetRadiateTarget()->x1, 1);
-        EXPECT_EQ(filter.GetParallelTarget(), nullptr);
-    }
-}
-
-TEST(move_effect_filter_test, circle_target_passes_through_the_third_point) {
-    const PointTarget points{0, 0, 100, 0, 50, 30};
-    CircleTarget circle{};
-    EXPECT_EQ(MoveEffectFilter::CreateCircleParam(&points, &circle), &circle);
-    EXPECT_EQ(circle.cx, 50);
-    EXPECT_EQ(circle.cy, 0);
-    EXPECT_DOUBLE_EQ(circle.radiusX, 50);
-    EXPECT_DOUBLE_EQ(circle.radiusY, 30);
-    EXPECT_DOUBLE_EQ(circle.angle, 0);
-    EXPECT_DOUBLE_EQ(circle.startAngle, std::numbers::pi / 2);
-}
-
 TEST(move_effect_filter_test, circle_target_of_a_tilted_axis_contains_the_third_point) {
     const PointTarget points{10, 20, 90, 80, 30, 70};
     CircleTarget circle{};
@@ -282,21 +247,6 @@ TEST(move_effect_filter_test, every_normal_half_survives_a_round_trip) {
 
 // --- Channels and pixel depth ---------------------------------------------------------------------
 
-TEST(move_effect_filter_test, channels_read_as_fractions_in_each_format) {
-    const unsigned char bytes[] = {0, 255};
-    EXPECT_EQ(MoveEffectFilter::GetChannelAsFloat(bytes, 1, 0), 1.0f);
-    const uint16_t words[] = {0, 65535};
-    EXPECT_EQ(MoveEffectFilter::GetChannelAsFloat(reinterpret_cast<const unsigned char*>(words), 1, 1), 1.0f);
-    const uint16_t halves[] = {0x3C00, 0x3800};
-    EXPECT_EQ(MoveEffectFilter::GetChannelAsFloat(reinterpret_cast<const unsigned char*>(halves), 1, 2),
-              0.5f);
-    const float floats[] = {0.25f, 1.75f};
-    EXPECT_EQ(MoveEffectFilter::GetChannelAsFloat(reinterpret_cast<const unsigned char*>(floats), 1, 3),
-              1.75f);
-    EXPECT_EQ(MoveEffectFilter::GetChannelAsFloat(bytes, 1, 9), 0.0f);
-    EXPECT_EQ(MoveEffectFilter::GetChannelAsFloat(nullptr, 0, 0), 0.0f);
-}
-
 TEST(move_effect_filter_test, depth_is_darkness_times_opacity_in_every_colour_model_and_format) {
     const std::vector<int> all{0, 1, 2, 3};
     const std::vector<int> wide{1, 2, 3};
@@ -372,40 +322,28 @@ TEST(move_effect_filter_test, a_mask_scales_opacity) {
 TEST(move_effect_filter_test, wild_float_samples_give_a_depth_in_range) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
-    for (const auto& samples : std::vector<std::vector<double>>{{nan, nan, nan, nan},
-                                                                {inf, 0, 0, 1},
-                                                                {-inf, 0, 0, 1},
-                                                                {0, 0, 0, 1e30},
-                                                                {5, 5, 5, 0.5},
-                                                                {-3, 0, 0, 2}}) {
+    for (const auto& samples : std::vector<std::vector<double>>{
+             {nan, nan, nan, nan}, {-inf, 0, 0, 1}, {0, 0, 0, 1e30}, {5, 5, 5, 0.5}, {-3, 0, 0, 2}}) {
         const int depth = Depth(0, 3, samples);
-        EXPECT_GE(depth, 0);
-        EXPECT_LE(depth, 255);
+        EXPECT_TRUE(depth >= 0 && depth <= 255) << depth;
     }
 }
 
-TEST(move_effect_filter_test, pixels_outside_the_image_have_no_depth) {
-    TestImage image(0, 0, 3, 2, {0, 0, 0, 1});
-    MoveEffectFilter filter(MakeParam());
-    filter.SetBaseImage(&image.param);
-    EXPECT_EQ(filter.GetPixelDepth(2, 1), 255);
-    const int kMin = std::numeric_limits<int>::min();
-    const int kMax = std::numeric_limits<int>::max();
-    for (auto [x, y] : {std::pair{-1, 0}, {0, -1}, {3, 0}, {0, 2}, {kMin, kMax}})
-        EXPECT_EQ(filter.GetPixelDepth(x, y), -1) << x << "," << y;
-}
-
-TEST(move_effect_filter_test, point_queries_truncate_toward_zero) {
+// Points are truncated toward zero; whatever lies outside the image has no depth.
+TEST(move_effect_filter_test, point_queries_truncate_toward_zero_and_outside_points_have_no_depth) {
     TestImage image(0, 0, 2, 1, {0, 0, 0, 1});
     image.pixels[4 + 3] = 0;  // second pixel transparent
     MoveEffectFilter filter(MakeParam());
     filter.SetBaseImage(&image.param);
     const std::pair<PathPoint, int> cases[] = {
-        {{0.99, 0.5}, 255}, {{1.01, 0.5}, 0},   {{-0.5, 0.0}, 255},  // -0.5 truncates to column 0
-        {{-1.0, 0.0}, -1},  {{2.0, 0.0}, -1},   {{std::nan(""), 0.0}, -1},
-        {{1e300, 0.0}, -1}, {{0.0, -1e300}, -1}};
+        {{0.99, 0.5}, 255},        {{1.01, 0.5}, 0},   {{-0.5, 0.0}, 255},  // -0.5 truncates to column 0
+        {{-1.0, 0.0}, -1},         {{2.0, 0.0}, -1},   {{0.0, 1.0}, -1},
+        {{std::nan(""), 0.0}, -1}, {{1e300, 0.0}, -1}, {{0.0, -1e300}, -1}};
     for (const auto& [point, depth] : cases)
         EXPECT_EQ(filter.GetPixelDepth(point), depth) << point.x << "," << point.y;
+    const int kMin = std::numeric_limits<int>::min();
+    for (auto [x, y] : {std::pair{-1, 0}, {0, -1}, {2, 0}, {0, 1}, {kMin, kMin}})
+        EXPECT_EQ(filter.GetPixelDepth(x, y), -1) << x << "," << y;
 }
 
 // --- Bad input --------------------------------------------------------------------------------------
@@ -423,31 +361,6 @@ TEST(move_effect_filter_test, without_a_base_image_nothing_is_run_or_drawn) {
     std::vector<unsigned char> dest(64, 0);
     filter.DrawToCanvas(0, 0, nullptr, dest.data(), 16);
     EXPECT_EQ(dest, std::vector<unsigned char>(64, 0));
-}
-
-TEST(move_effect_filter_test, an_image_without_pixels_is_ignored) {
-    TestImage first(0, 0, 2, 2, {0, 0, 0, 1});
-    MoveEffectFilter filter(MakeParam());
-    filter.SetBaseImage(&first.param);
-    TestImage second(0, 0, 5, 5, {1, 1, 1, 1});
-    second.param.pixels = nullptr;
-    filter.SetBaseImage(&second.param);
-    EXPECT_EQ(filter.GetWidth(), 2);
-    EXPECT_EQ(filter.GetPixelDepth(1, 1), 255);
-}
-
-TEST(move_effect_filter_test, a_zero_sized_image_has_no_pixels_to_query_or_draw) {
-    unsigned char pixel[4] = {0, 0, 0, 255};
-    uint8_t offsets[4] = {0, 1, 2, 3};
-    const MoveEffectImageParam image = RawImage(0, offsets, 4, 0, 0, pixel);
-    MoveEffectFilter filter(MakeParam());
-    filter.SetBaseImage(&image);
-    EXPECT_TRUE(filter.HasBaseImage());
-    EXPECT_EQ(filter.GetPixelDepth(0, 0), -1);
-    EXPECT_EQ(filter.GetPixelDepth(PathPoint{0, 0}), -1);
-    filter.ApplyEffect(false);
-    filter.DrawToCanvas(0, 0, nullptr, pixel, 0);
-    EXPECT_EQ(pixel[3], 255);
 }
 
 TEST(move_effect_filter_test, channel_tables_never_lead_outside_the_pixel) {
@@ -476,19 +389,31 @@ TEST(move_effect_filter_test, channel_tables_never_lead_outside_the_pixel) {
     EXPECT_GE(DepthOf(image.param, 1, 1), 0);
 }
 
-TEST(move_effect_filter_test, images_whose_rows_or_sizes_do_not_fit_are_refused) {
+TEST(move_effect_filter_test, images_without_pixels_or_whose_rows_or_sizes_do_not_fit_are_refused) {
     TestImage shortRows(0, 0, 4, 4, {0, 0, 0, 1});
     shortRows.param.rowBytes = 8;
-    unsigned char pixel[4] = {};
+    TestImage noPixels(0, 0, 5, 5, {1, 1, 1, 1});
+    noPixels.param.pixels = nullptr;
+    unsigned char pixel[4] = {0, 0, 0, 255};
     uint8_t offsets[4] = {0, 1, 2, 3};
-    const MoveEffectImageParam huge = RawImage(0, offsets, 4, 0x80000000u, 0xFFFFFFFFu, pixel);
-    for (const MoveEffectImageParam* image :
-         std::vector<const MoveEffectImageParam*>{&shortRows.param, &huge}) {
+    MoveEffectImageParam huge = RawImage(0, offsets, 4, 0x80000000u, 0xFFFFFFFFu, pixel);
+    for (const MoveEffectImageParam* image : {&shortRows.param, &noPixels.param, &huge}) {
+        TestImage first(0, 0, 2, 2, {0, 0, 0, 1});
         MoveEffectFilter filter(MakeParam());
-        filter.SetBaseImage(image);
-        EXPECT_FALSE(filter.HasBaseImage());
-        EXPECT_EQ(filter.GetPixelDepth(0, 0), -1);
+        filter.SetBaseImage(&first.param);
+        filter.SetBaseImage(image);  // ignored: the first image stays
+        EXPECT_EQ(filter.GetWidth(), 2);
+        EXPECT_EQ(filter.GetPixelDepth(1, 1), 255);
     }
+    // A zero-sized image is taken, but has no pixel to query or draw.
+    const MoveEffectImageParam empty = RawImage(0, offsets, 4, 0, 0, pixel);
+    MoveEffectFilter filter(MakeParam());
+    filter.SetBaseImage(&empty);
+    EXPECT_TRUE(filter.HasBaseImage());
+    EXPECT_EQ(filter.GetPixelDepth(PathPoint{0, 0}), -1);
+    filter.ApplyEffect(false);
+    filter.DrawToCanvas(0, 0, nullptr, pixel, 0);
+    EXPECT_EQ(pixel[3], 255);
 }
 
 // --- Progress and running -------------------------------------------------------------------------
@@ -530,48 +455,6 @@ TEST(move_effect_filter_test, progress_is_passed_on_until_a_stop_answer_cancels_
     log.answer = 1;
     EXPECT_EQ(MoveEffectFilter::OnProgress(3, 2, &filter), 0);
     EXPECT_EQ(log.calls, 2);
-}
-
-TEST(move_effect_filter_test, apply_effect_reports_each_task_through_the_chain) {
-    TestImage image(0, 0, 8, 8, {1, 1, 1, 1});
-    MoveEffectFilter filter(MakeParam());
-    filter.SetBaseImage(&image.param);
-    ProgressLog log;
-    filter.SetProgressCallback(&ProgressLog::Callback, &log);
-    std::atomic<int> runs{0};
-    for (int i = 0; i < 3; ++i)
-        filter.GetPool().Enqueue(std::make_shared<CountingTask>(&runs));
-    filter.ApplyEffect(true);
-    EXPECT_EQ(runs.load(), 3);
-    EXPECT_EQ(log.calls, 3);
-    EXPECT_EQ(log.lastTotal, 3);
-    EXPECT_EQ(log.lastDone, 3);
-    EXPECT_FALSE(filter.IsCancelled());
-}
-
-TEST(move_effect_filter_test, a_stop_answer_during_apply_effect_cancels_the_tasks) {
-    TestImage image(0, 0, 8, 8, {1, 1, 1, 1});
-    MoveEffectFilter filter(MakeParam());
-    filter.SetBaseImage(&image.param);
-    ProgressLog log;
-    log.answer = 0;
-    filter.SetProgressCallback(&ProgressLog::Callback, &log);
-    std::atomic<int> runs{0};
-    filter.GetPool().Enqueue(std::make_shared<CountingTask>(&runs));
-    // Waits for the cancel, as a stroke task polling its flag would.
-    struct PollingTask : ThreadPoolTask {
-        void Run() override {
-            const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-            while (!IsCancelled() && std::chrono::steady_clock::now() < giveUp)
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    };
-    auto polling = std::make_shared<PollingTask>();
-    filter.GetPool().Enqueue(polling);
-    filter.ApplyEffect(false);
-    EXPECT_TRUE(filter.IsCancelled());
-    EXPECT_TRUE(polling->IsCancelled());
-    EXPECT_EQ(log.calls, 1);
 }
 
 TEST(move_effect_filter_test, a_new_base_image_starts_clean_coverage) {
@@ -699,7 +582,7 @@ TEST(move_effect_filter_test, full_coverage_in_16_bits_is_65025_and_a_null_colou
     EXPECT_EQ(std::memcmp(bytes.data() + 4, black, 4), 0);
 }
 
-TEST(move_effect_filter_test, an_unknown_format_or_nothing_stamped_leaves_the_destination_zero) {
+TEST(move_effect_filter_test, bad_formats_and_destinations_get_zeros_and_nothing_outside) {
     TestImage image(0, 0, 3, 2, {1, 1, 1, 1});
     auto stamped = MakeStampedFilter(image);
     MoveEffectFilter blank(MakeParam());
@@ -710,18 +593,12 @@ TEST(move_effect_filter_test, an_unknown_format_or_nothing_stamped_leaves_the_de
         filter->DrawToCanvas(0, format, color, dest.data(), 12);
         EXPECT_EQ(dest, std::vector<unsigned char>(dest.size(), 0)) << "format " << format;
     }
-}
-
-TEST(move_effect_filter_test, a_null_or_too_short_destination_gets_nothing_outside_it) {
-    TestImage image(0, 0, 3, 2, {1, 1, 1, 1});
-    auto filter = MakeStampedFilter(image);
-    unsigned char color[4] = {9, 9, 9, 9};
-    filter->DrawToCanvas(0, 0, color, nullptr, 12);
+    stamped->DrawToCanvas(0, 0, color, nullptr, 12);
     // Exactly rowBytes * height on the heap: a write beyond would be caught by the sanitizers.
     auto dest = std::make_unique<unsigned char[]>(2 * 5);
     std::memset(dest.get(), 0x55, 10);
-    filter->DrawToCanvas(0, 0, nullptr, dest.get(), 5);
+    stamped->DrawToCanvas(0, 0, nullptr, dest.get(), 5);
     for (int i = 0; i < 10; ++i)
         EXPECT_EQ(dest[i], 0);
-    filter->DrawToCanvas(0, 0, nullptr, dest.get(), -12);
+    stamped->DrawToCanvas(0, 0, nullptr, dest.get(), -12);
 }

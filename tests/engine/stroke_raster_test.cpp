@@ -128,38 +128,6 @@ TEST(stroke_raster_test,
     }
 }
 
-// Strokes: chains of overlapping discs whose diameter changes along the chain, as tapers make them.
-void CompareStrokes(double hardness, int strokes, int maxDifference) {
-    std::mt19937 random(static_cast<unsigned>(hardness * 1000) + 3);
-    std::uniform_real_distribution<double> unit(0.0, 1.0);
-    Canvas fast(96, 80);
-    Canvas reference(96, 80);
-    DiscProfile& profile = DiscProfile::ForHardness(hardness);
-    for (int s = 0; s < strokes; ++s) {
-        double x = -10 + 116 * unit(random);
-        double y = -10 + 100 * unit(random);
-        const double angle = 6.2832 * unit(random);
-        const double size = 0.5 * std::pow(60.0, unit(random));
-        const int steps = 10 + static_cast<int>(60 * unit(random));
-        for (int i = 0; i <= steps; ++i) {
-            const double pressure = std::min(1.0, 2.0 * std::min(i, steps - i) / steps + 0.05);
-            const double diameter = pressure * size;
-            StampDiscUnshared(fast.View(), profile, Disc{x, y, diameter}, fast.dirty);
-            ReferenceDrawCircle(reference, hardness, x, y, diameter);
-            x += std::cos(angle) * std::min(1.0, std::max(diameter, 0.1));
-            y += std::sin(angle) * std::min(1.0, std::max(diameter, 0.1));
-        }
-    }
-    EXPECT_LE(LargestDifference(fast, reference), maxDifference) << "hardness " << hardness;
-    ExpectSameDirty(fast, reference);
-}
-
-TEST(stroke_raster_test, strokes_match_the_straightforward_ones_exactly_when_hard_and_within_a_level_else) {
-    CompareStrokes(1.0, 40, 0);
-    for (double hardness : {0.0, 0.25, 0.5, 0.8, 0.97})
-        CompareStrokes(hardness, 25, 1);
-}
-
 // A line of 1 px steps from (x, y), as stroke tasks walk them, tapered over `taper` steps at both
 // ends; drawn through the batching raster and through the reference disc by disc.
 void DrawTaperedLine(StrokeRaster& raster, Canvas& reference, double hardness, double x, double y, double dx,

@@ -235,18 +235,6 @@ TEST(prepare_test, starts_a_path_without_move_to_where_the_last_preparation_ende
     EXPECT_DOUBLE_EQ(path.GetTotalLength(), 30);
 }
 
-TEST(prepare_test, leaves_pieces_alone_until_the_next_preparation) {
-    PathParser path = MakeOpenCorner();
-    path.AppendLineTo({0, 40});
-    EXPECT_EQ(path.GetLines().size(), 2u);
-
-    path.Clear();
-    EXPECT_TRUE(path.GetSegments().empty());
-    EXPECT_EQ(path.GetWidth(), 0);
-    EXPECT_EQ(path.GetLines().size(), 2u);
-    EXPECT_DOUBLE_EQ(path.GetTotalLength(), 100);
-}
-
 // --- Walking ------------------------------------------------------------------------------------------
 
 namespace {
@@ -345,40 +333,6 @@ TEST(walk_test, walks_open_looping_and_empty_paths_as_each_behaviour_requires) {
             EXPECT_EQ(at.t, std::isnan(step.t) ? at.t : step.t);
         }
     }
-}
-
-TEST(walk_test, changes_nothing_on_a_zero_step) {
-    PathParser path = MakeOpenCorner();
-    path.MoveNext(42);
-    const PositionData before = path.StorePosition();
-    EXPECT_POINT(path.MoveNext(0), before.point.x, before.point.y);
-    EXPECT_POINT(path.MovePrev(0), before.point.x, before.point.y);
-    EXPECT_EQ(path.GetPosition().distance, before.distance);
-    EXPECT_EQ(path.GetPosition().index, before.index);
-    EXPECT_EQ(path.GetPosition().t, before.t);
-}
-
-TEST(walk_test, returns_to_the_start_on_preparation) {
-    PathParser path = MakeOpenCorner();
-    path.MoveNext(150);
-    path.PrepareSegments(true);
-    EXPECT_TRUE(path.IsLoop());
-    EXPECT_EQ(path.GetPosition().distance, 0);
-    EXPECT_EQ(path.GetPosition().index, 0);
-    EXPECT_EQ(path.GetPosition().t, 0);
-    EXPECT_FALSE(path.GetPosition().passedEnd);
-    EXPECT_POINT(path.GetPosition().point, 0, 0);
-}
-
-TEST(walk_test, walks_from_the_start_when_the_cursor_lies_before_the_first_piece) {
-    PathParser path = MakeOpenCorner();
-    PositionData before{};
-    before.index = -1;
-    before.t = 1;
-    path.RestorePosition(before);
-    EXPECT_POINT(path.MoveNext(5), 5, 0);
-    path.RestorePosition(before);
-    EXPECT_POINT(path.MovePrev(5), -5, 0);
 }
 
 TEST(walk_test, places_points_on_the_extensions) {

@@ -107,14 +107,6 @@ TEST_F(host_tool_test, the_panel_listing_shows_the_filter_names_from_the_resourc
     EXPECT_NE(run.output.find("targets: rgb gray mask"), std::string::npos) << run.output;
 }
 
-TEST_F(host_tool_test, help_describes_every_option) {
-    const Outcome run = RunHost("--help");
-    ASSERT_EQ(run.status, 0);
-    for (const char* option : {"--input", "--output", "--selection", "--set", "--press", "--cancel-at",
-                               "--restart", "--runs", "--panel", "--resources", "--module", "--layer-kind"})
-        EXPECT_NE(run.output.find(option), std::string::npos) << option;
-}
-
 TEST_F(host_tool_test, bad_input_gives_one_line_and_status_2) {
     struct Case {
         std::string args;
