@@ -382,7 +382,6 @@ TEST_F(controller_test, save_on_exit_writes_a_dated_preset_that_is_listed_at_onc
     OpenFilter();
     PlacePoints();
     ASSERT_EQ(Change(202, "4.5"), kHostPropertyModified);
-    ASSERT_EQ(Change(161, "1"), kHostPropertyModified);
     host.RunFilter(module);
     EXPECT_TRUE(fs::is_empty(home.root() + "/quorvel/brivane/preset")) << "not without save on exit";
     ASSERT_EQ(Change(141, "true"), kHostPropertyUnchanged);
@@ -395,9 +394,9 @@ TEST_F(controller_test, save_on_exit_writes_a_dated_preset_that_is_listed_at_onc
     const std::string name = files[0].stem().string();
     EXPECT_TRUE(std::regex_match(name, std::regex(R"(\d{8}-\d{6})"))) << name;
     const std::string text = home.Read(files[0]);
-    EXPECT_NE(text.find("type=radiate\np1=0.5,0.5\np2=0.5,0.325\np3=0.5,0.125\nname=:C\n"), std::string::npos)
+    EXPECT_NE(text.find("type=radiate\np1=0.5,0.5\np2=0.5,0.325\np3=0.5,0.125\nname=:S\n"), std::string::npos)
         << text;
-    EXPECT_NE(text.find("size=4.5\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("size=4.5\nhardness=1\nfluction=0\nin=500\nout=500\n"), std::string::npos) << text;
 
     ASSERT_EQ(Item(140).rows.size(), 2u);
     EXPECT_EQ(Item(140).rows[1].text, std::u16string(name.begin(), name.end()));
@@ -560,8 +559,19 @@ TEST_F(manager_test, parameters_and_points_come_from_the_panel) {
     Change(171, "-30,40");
     Change(224, "75");
     Change(228, "false");
+    for (const auto& [key, text] : {std::pair<int64_t, const char*>{203, "0.25"},
+                                    {204, "0.5"},
+                                    {221, "0.75"},
+                                    {223, "0.125"},
+                                    {225, "0.375"},
+                                    {226, "3"},
+                                    {227, "-4"}})
+        Change(key, text);
     manager.OnUpdateParameter();
     const MoveEffectParam& param = manager.GetParam();
+    EXPECT_EQ((std::vector<double>{param.hardness, param.fluction, param.posfluct, param.lenfluct,
+                                   param.spcfluct, param.lengain, param.spcgain}),
+              (std::vector<double>{0.25, 0.5, 0.75, 0.125, 0.375, 3, -4}));
     EXPECT_EQ(param.in, 500.0) << "unless they are distances";
     EXPECT_EQ(param.out, 750.0);
     EXPECT_EQ(param.type, 2);

@@ -122,33 +122,6 @@ TEST(layout_test, radiate_lines_stand_a_quarter_turn_apart_for_spacing_1000_out_
     EXPECT_EQ(CoverageAt(*swapped, 50, 10), 0);  // well beyond radius 30
 }
 
-TEST(layout_test, a_tiny_ring_has_at_least_4_vertices_and_every_ring_an_even_count_from_start_to_close) {
-    PathParser guide = StraightGuide();
-    Layer layer(40, 40, true);
-    auto filter = MakeFilter(QuietParam(2), PointTarget{10, 20, 30, 20, 20, 10}, guide, layer);
-    for (double radius : {0.0, 0.1, 1.0, 3.0, 7.9, 40.0, 333.3}) {
-        auto ring = MakeRingTask(filter.get(), nullptr, PathPoint{20, 20}, 0.3, 0, radius, radius * 0.7);
-        const std::size_t vertices = ring->GetPath().GetSegments().size() - 1;  // the last one closes it
-        EXPECT_GE(vertices, 4u) << "radius " << radius;
-        EXPECT_EQ(vertices % 2, 0u) << "radius " << radius;
-        // About one vertex per 5 px of perimeter.
-        const double perimeter = std::numbers::pi * (radius + radius * 0.7);
-        EXPECT_LE(static_cast<double>(vertices), std::max(4.0, perimeter / 5 * 1.02 + 2))
-            << "radius " << radius;
-        EXPECT_GE(static_cast<double>(vertices), perimeter / 5) << "radius " << radius;
-    }
-    // A ring starts at its start angle and closes on itself.
-    auto ring = MakeRingTask(filter.get(), nullptr, PathPoint{100, 100}, 0, std::numbers::pi / 2, 50, 30);
-    const std::vector<PathSegment>& segments = ring->GetPath().GetSegments();
-    ASSERT_GE(segments.size(), 5u);
-    EXPECT_EQ(segments.front().type, PathSegment::kMoveTo);
-    EXPECT_EQ(segments.back().type, PathSegment::kLineTo);
-    for (const PathSegment* end : {&segments.front(), &segments.back()}) {
-        EXPECT_NEAR(end->points[0].x, 100, 1e-9);
-        EXPECT_NEAR(end->points[0].y, 130, 1e-9);
-    }
-}
-
 TEST(layout_test,
      circle_rings_step_in_and_out_by_the_spacing_while_they_can_be_seen_and_the_step_keeps_its_sign) {
     MoveEffectParam param = QuietParam(2);
@@ -192,18 +165,6 @@ TEST(layout_test,
     EXPECT_FALSE(filter->LineIntersectsEllipse({-20, 11}, {20, 11}, c, 10, 5, quarter));
     EXPECT_FALSE(filter->LineIntersectsEllipse({-1, 0}, {1, 0}, c, 10, 5, quarter));  // wholly inside
     EXPECT_TRUE(filter->LineIntersectsEllipse({0, 0}, {8, 0}, c, 10, 5, quarter));    // leaves it
-}
-
-TEST(layout_test, a_segment_is_in_the_canvas_when_any_part_of_it_is) {
-    PathParser guide = StraightGuide();
-    Layer layer(100, 50);
-    auto filter = MakeFilter(QuietParam(0), PointTarget{0, 0, 0, 0, 0, 0}, guide, layer);
-    EXPECT_TRUE(filter->IsLineInCanvas({10, 10}, {20, 20}));
-    EXPECT_TRUE(filter->IsLineInCanvas({-10, 25}, {110, 25}));
-    EXPECT_TRUE(filter->IsLineInCanvas({100, 50}, {150, 80}));  // touches the corner
-    EXPECT_FALSE(filter->IsLineInCanvas({-10, -10}, {-1, 60}));
-    EXPECT_FALSE(filter->IsLineInCanvas({-10, 40}, {20, 80}));  // passes below the corner
-    EXPECT_FALSE(filter->IsLineInCanvas({101, 0}, {101, 50}));
 }
 
 int StopAtOnce(int, int, void* calls) {

@@ -214,31 +214,6 @@ TEST(stroke_raster_test, the_filter_draws_lines_as_the_straightforward_discs_do)
     }
 }
 
-TEST(stroke_raster_test, a_line_places_a_disc_after_every_step_and_one_may_land_beyond_its_end) {
-    std::vector<Disc> discs;
-    auto collect = [&discs](double x, double y, double d) { discs.push_back(Disc{x, y, d}); };
-    // Full pressure, 3 px long, size 2: steps of 1 px, the disc after each step.
-    ForEachLineDisc(0, 0, 1, 3, 0, 1, 2, collect);
-    ASSERT_EQ(discs.size(), 4u);
-    EXPECT_DOUBLE_EQ(discs[0].x, 1);
-    EXPECT_DOUBLE_EQ(discs[3].x, 4);  // one step beyond b
-    // Pressure 0.02 of size 2 is a 0.04 px disc: too thin, nothing is drawn.
-    discs.clear();
-    ForEachLineDisc(0, 0, 0.02, 3, 0, 0.02, 2, collect);
-    EXPECT_TRUE(discs.empty());
-    // Thin discs step by their own diameter.
-    ForEachLineDisc(0, 0, 0.25, 1, 0, 0.25, 2, collect);
-    ASSERT_EQ(discs.size(), 3u);
-    EXPECT_DOUBLE_EQ(discs[0].x, 0.5);
-    EXPECT_DOUBLE_EQ(discs[0].diameter, 0.5);
-    // No length, or no number: nothing.
-    discs.clear();
-    ForEachLineDisc(2, 2, 1, 2, 2, 1, 5, collect);
-    ForEachLineDisc(2, 2, 1, NAN, 2, 1, 5, collect);
-    ForEachLineDisc(0, 0, 1, INFINITY, 0, 1, 5, collect);
-    EXPECT_TRUE(discs.empty());
-}
-
 TEST(stroke_raster_test, discs_too_large_for_a_tile_are_stamped_in_place_with_the_same_bytes) {
     Canvas fast(640, 600);
     Canvas reference(640, 600);
