@@ -40,13 +40,6 @@ SimImage MakeInkedLayer(int64_t order, const int64_t (&indices)[4] = {0, 1, 2, 3
     return layer;
 }
 
-std::vector<std::u16string> RowTexts(const SimItem& item) {
-    std::vector<std::u16string> texts;
-    for (const auto& row : item.rows)
-        texts.push_back(row.text);
-    return texts;
-}
-
 // Calls check(pixel) for every pixel whose coverage byte (at index `cover`) is not 0; returns their number.
 template <class Check>
 int ForEachCovered(const SimImage& image, int64_t cover, Check check) {
@@ -154,85 +147,6 @@ protected:
 
 // ---- The panel ----
 
-TEST_F(controller_test, registers_the_filter_under_its_identifier_and_names) {
-    OpenFilter();
-    EXPECT_EQ(host.Log().moduleId, "3A7C51E2-94B0-4F6D-8E21-C5D90B7A4F13");
-    EXPECT_EQ(host.Log().moduleKind, kHostModuleKindFilter);
-    EXPECT_EQ(host.Log().categoryName, u"Effect lines");
-    EXPECT_EQ(host.Log().categoryKey, 't');
-    EXPECT_EQ(host.Log().filterName, u"Speed and focus lines");
-    EXPECT_EQ(host.Log().filterKey, 's');
-    EXPECT_EQ(host.Log().targetKinds,
-              (std::vector<int64_t>{kHostTargetKindRgbAlpha, kHostTargetKindGrayAlpha, kHostTargetKindMask}));
-    EXPECT_EQ(host.Log().canPreview, true);
-    EXPECT_EQ(host.Log().useEmptyArea, true);
-    EXPECT_TRUE(host.Log().missingResourceIds.empty()) << "every caption has a text";
-}
-
-TEST_F(controller_test, builds_the_24_items_in_order_with_kinds_access_keys_ranges_and_defaults) {
-    struct Expected {
-        int64_t key;
-        int64_t kind;
-        char accessKey;
-        double min, max, value;  // sliders; check boxes use value only
-    };
-    const Expected expected[] = {
-        {140, kHostValueKindEnumeration, 'r', 0, 0, 0},  {141, kHostValueKindBoolean, 'v', 0, 0, 0},
-        {150, kHostValueKindEnumeration, 't', 0, 0, 0},  {170, kHostValueKindPoint, 'd', 0, 0, 0},
-        {171, kHostValueKindPoint, 'd', 0, 0, 0},        {172, kHostValueKindPoint, 'd', 0, 0, 0},
-        {161, kHostValueKindEnumeration, 'r', 0, 0, 0},  {162, kHostValueKindDecimal, 'r', -10, 10, 1},
-        {202, kHostValueKindDecimal, 's', 1, 50, 2},     {203, kHostValueKindDecimal, 'h', 0, 1, 1},
-        {204, kHostValueKindDecimal, 'f', 0, 1, 0},      {205, kHostValueKindInteger, 'i', 0, 1000, 500},
-        {206, kHostValueKindInteger, 'o', 0, 1000, 500}, {207, kHostValueKindBoolean, 'd', 0, 0, 0},
-        {208, kHostValueKindBoolean, 'e', 0, 0, 0},      {220, kHostValueKindInteger, 'p', -1000, 1000, 0},
-        {221, kHostValueKindDecimal, 'u', 0, 1, 0},      {222, kHostValueKindInteger, 'l', 0, 1000, 10},
-        {223, kHostValueKindDecimal, 'l', 0, 1, 0},      {224, kHostValueKindInteger, 'a', 1, 1000, 50},
-        {225, kHostValueKindDecimal, 'a', 0, 1, 0},      {226, kHostValueKindDecimal, 'g', -100, 100, 0},
-        {227, kHostValueKindDecimal, 'g', -100, 100, 0}, {228, kHostValueKindBoolean, 'c', 0, 0, 1},
-    };
-    OpenFilter();
-    const std::vector<SimItem>& items = host.Items();
-    ASSERT_EQ(items.size(), std::size(expected));
-    for (size_t i = 0; i < items.size(); ++i) {
-        const SimItem& item = items[i];
-        const Expected& want = expected[i];
-        SCOPED_TRACE(want.key);
-        EXPECT_EQ(item.key, want.key);
-        EXPECT_EQ(item.valueKind, want.kind);
-        EXPECT_EQ(item.accessKey, want.accessKey);
-        ASSERT_TRUE(item.caption.has_value());
-        EXPECT_FALSE(item.caption->empty());
-        switch (want.kind) {
-            case kHostValueKindDecimal:
-                EXPECT_EQ((std::vector<double>{item.decMin, item.decMax, item.decDefault, item.decValue}),
-                          (std::vector<double>{want.min, want.max, want.value, want.value}));
-                break;
-            case kHostValueKindInteger:
-                EXPECT_EQ((std::vector<double>{double(item.intMin), double(item.intMax),
-                                               double(item.intDefault), double(item.intValue)}),
-                          (std::vector<double>{want.min, want.max, want.value, want.value}));
-                break;
-            case kHostValueKindBoolean:
-                EXPECT_EQ(item.boolDefault, want.value != 0);
-                EXPECT_EQ(item.boolValue, want.value != 0);
-                break;
-            case kHostValueKindEnumeration:
-                EXPECT_EQ(item.enumDefault, 0);
-                break;
-            case kHostValueKindPoint:
-                EXPECT_EQ(item.inputKind, kHostItemInputCanvas);
-                EXPECT_EQ(item.pointDefaultKind, kHostPointDefaultCentre);
-                EXPECT_EQ(item.pointLimitKind, kHostPointLimitCanvas);
-                break;
-        }
-    }
-    EXPECT_EQ(RowTexts(Item(150)), (std::vector<std::u16string>{u"Radiate from a centre", u"Parallel",
-                                                                u"Rings around an ellipse"}));
-    // An empty data home gives the defaults row and the two built-in guides.
-    EXPECT_EQ(RowTexts(Item(140)), std::vector<std::u16string>{u"(Default settings)"});
-    EXPECT_EQ(RowTexts(Item(161)), (std::vector<std::u16string>{u"Straight", u"Arch"}));
-}
-
 TEST_F(controller_test, guide_and_preset_files_are_listed_once_after_the_fixed_rows) {
     home.WriteGuide("wave", kWave);
     home.Write(home.GuidePath("notes") + ".txt", "not a guide");
@@ -255,20 +169,6 @@ TEST_F(controller_test, guide_and_preset_files_are_listed_once_after_the_fixed_r
 }
 
 // ---- Reactions to the panel ----
-
-TEST_F(controller_test, changing_the_arrangement_moves_the_points_to_its_default_positions) {
-    const std::pair<const char*, std::array<HostPoint, 3>> cases[] = {
-        {"1", {PointAt(0.25, 0.875), PointAt(0.25, 0.125), PointAt(0.75, 0.875)}},
-        {"2", {PointAt(0.25, 0.5), PointAt(0.75, 0.5), PointAt(0.5, 0.25)}},
-        {"0", {PointAt(0.5, 0.5), PointAt(0.5, 0.325), PointAt(0.5, 0.125)}},
-    };
-    OpenFilter();
-    for (const auto& [arrangement, points] : cases) {
-        SCOPED_TRACE(arrangement);
-        EXPECT_EQ(Change(150, arrangement), kHostPropertyModified);
-        ExpectPoints(points);
-    }
-}
 
 TEST_F(controller_test, a_changed_value_answers_modified_and_the_next_run_uses_it) {
     OpenFilter();
@@ -442,15 +342,6 @@ TEST_F(controller_test, cancel_during_a_run_leaves_the_destination_untouched) {
     EXPECT_LT(host.Log().progressValues.size(), 500u);
 }
 
-TEST_F(controller_test, a_restart_draws_again_without_a_second_preparation) {
-    OpenFilter();
-    PlacePoints();
-    host.restartsLeft = 1;
-    host.RunFilter(module);
-    EXPECT_EQ(host.Log().updatedAreas.size(), 2u);
-    EXPECT_EQ(host.Log().progressTotals.size(), 1u) << "prepared once";
-}
-
 TEST_F(controller_test, an_rgba_layer_gets_no_colour_at_all) {
     // RGBA layers (channel order 4) are read as coverage only, and given an all-zero colour.
     host.SetLayer(MakeInkedLayer(kHostChannelOrderRgba, {3, 2, 1, 0}));
@@ -502,28 +393,6 @@ TEST_F(controller_test, a_guide_file_with_a_malformed_number_draws_like_the_stra
     EXPECT_EQ(RunAndTakeDestination(), straight);
     ASSERT_EQ(Change(161, "1"), kHostPropertyModified);
     EXPECT_NE(RunAndTakeDestination(), straight) << "the arch draws differently";
-}
-
-TEST_F(controller_test, a_guide_file_is_read_once_and_kept) {
-    home.WriteGuide("bend", "<svg><path d=\"M 0 50 Q 50 0 100 50\"/></svg>");
-    OpenFilter();
-    PlacePoints();
-    ASSERT_EQ(Change(161, "2"), kHostPropertyModified);
-    const std::vector<uint8_t> first = RunAndTakeDestination();
-    home.WriteGuide("bend", "<svg><path d=\"M 0 10 L 100 10\"/></svg>");
-    EXPECT_EQ(RunAndTakeDestination(), first);
-}
-
-TEST_F(controller_test, a_host_without_a_panel_or_property_services_gets_no_drawing_and_no_crash) {
-    ASSERT_EQ(module.Call(kHostSelectorModuleInitialize, host.GetServer()), kHostCallSucceeded);
-    const std::vector<uint8_t> before = host.Layer()->pixels;
-    EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded) << "a run before filter initialise";
-    EXPECT_EQ(host.Destination()->pixels, before);
-    host.Services().propertyService = nullptr;
-    host.Services().pointEnumPropertyService = nullptr;
-    ASSERT_EQ(module.Call(kHostSelectorFilterInitialize, host.GetServer()), kHostCallSucceeded);
-    EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded);
-    EXPECT_TRUE(host.Items().empty());
 }
 
 // ---- What the host cannot see: the manager driven directly ----

@@ -238,29 +238,6 @@ TEST(path_task_test, connect_merges_overlapping_strokes_into_one_untapered_acros
     EXPECT_LT(ThicknessBetweenRuns(false), 5);
 }
 
-TEST(path_task_test, cancelled_tasks_and_paths_without_length_or_with_non_finite_points_draw_nothing) {
-    PathParser guide = StraightGuide();
-    Layer layer(40, 40, true);
-    for (int32_t type : {1, 2}) {
-        auto filter = MakeFilter(QuietParam(type), kNoTarget, guide, layer);
-        auto dot = std::make_shared<PathTask>(filter.get(), nullptr);
-        dot->AppendPathSegment(PathSegment{PathSegment::kMoveTo, {{20, 20}}});
-        dot->AppendPathSegment(PathSegment{PathSegment::kLineTo, {{20, 20}}});
-        dot->Run();
-        auto wild = std::make_shared<PathTask>(filter.get(), nullptr);
-        wild->AppendPathSegment(PathSegment{PathSegment::kMoveTo, {{20, 20}}});
-        wild->AppendPathSegment(PathSegment{PathSegment::kLineTo, {{NAN, 20}}});
-        wild->Run();
-        auto empty = std::make_shared<PathTask>(filter.get(), nullptr);
-        empty->Run();
-        auto cancelled = HorizontalTask(*filter, 30, 40);
-        cancelled->Cancel();
-        cancelled->Run();
-        // A lone point of an open path is at most one dot; a ring of no length is nothing.
-        EXPECT_LE(CountCovered(*filter), type == 1 ? 16 : 0) << "type " << type;
-    }
-}
-
 TEST(path_task_test, a_ring_whose_ink_crosses_the_seam_is_drawn_as_one_stroke_across_it) {
     MoveEffectParam param = QuietParam(2);
     param.spacing = 0;

@@ -227,22 +227,6 @@ TEST(stroke_raster_test, discs_too_large_for_a_tile_are_stamped_in_place_with_th
     EXPECT_EQ(LargestDifference(fast, reference), 0);
 }
 
-// Out-of-range hardness is not the panel's, but presets are text files: it must neither crash nor
-// hand the rounding an out-of-range number (the sanitizer build checks that).
-TEST(stroke_raster_test, a_hardness_outside_0_to_1_still_draws_without_fault) {
-    for (double hardness : {-0.5, -2.0, 1.5, std::nan("")}) {
-        Canvas canvas(40, 40);
-        StrokeRaster raster(nullptr, canvas.View(), hardness, BeginStrokePass());
-        for (int i = 0; i < 30; ++i)
-            raster.AddDisc(Disc{5.0 + i, 20.3, 3.0 + i * 0.5});
-        raster.Flush();
-        StampDiscUnshared(canvas.View(), DiscProfile::ForHardness(hardness), Disc{20, 20, 9}, canvas.dirty);
-        if (!std::isnan(hardness)) {
-            EXPECT_EQ(canvas.pixels[20 * 40 + 20], 255) << "hardness " << hardness;
-        }
-    }
-}
-
 TEST(stroke_raster_test, non_finite_discs_draw_nothing_and_leave_the_dirty_rectangle) {
     Canvas canvas(16, 16);
     DiscProfile& profile = DiscProfile::ForHardness(0.5);

@@ -146,20 +146,6 @@ TEST(flatten_test, flattens_the_arch_within_tolerance_with_lengths_that_add_up) 
     EXPECT_POINT(more[1].end, 10, 0);
 }
 
-TEST(flatten_test, keeps_a_straight_cubic_as_one_piece_and_a_closed_one_as_a_zero_length_piece) {
-    const std::vector<PathPoint> polyline = PathParser::FlattenCubic({0, 0}, {30, 0}, {70, 0}, {100, 0}, 0.5);
-    ASSERT_EQ(polyline.size(), 2u);
-    EXPECT_POINT(polyline[0], 0, 0);
-    EXPECT_POINT(polyline[1], 100, 0);
-
-    const PathParser closed = MakeClosedCubic(false);
-    ASSERT_EQ(closed.GetLines().size(), 1u);
-    EXPECT_POINT(closed.GetLines()[0].start, 10, 10);
-    EXPECT_POINT(closed.GetLines()[0].end, 10, 10);
-    EXPECT_EQ(closed.GetLines()[0].length, 0);
-    EXPECT_EQ(closed.GetTotalLength(), 0);
-}
-
 TEST(flatten_test, flattens_curves_up_to_1e8_within_tolerance_without_repeated_points) {
     for (const double r : {50.0, 1e8}) {
         SCOPED_TRACE(r);
@@ -219,20 +205,6 @@ TEST(prepare_test, gives_no_pieces_for_move_tos_only_and_jumps_a_move_to_in_mid_
     EXPECT_EQ(gap.GetLines().size(), 2u);
     EXPECT_DOUBLE_EQ(gap.GetTotalLength(), 20);
     EXPECT_POINT(gap.MoveNext(15), 25, 0);
-}
-
-TEST(prepare_test, starts_a_path_without_move_to_where_the_last_preparation_ended) {
-    PathParser path;
-    path.AppendLineTo({10, 0});
-    path.PrepareSegments(false);
-    EXPECT_POINT(path.GetLines()[0].start, 0, 0);
-
-    path.Clear();
-    path.AppendLineTo({10, 30});
-    path.PrepareSegments(false);
-    ASSERT_EQ(path.GetLines().size(), 1u);
-    EXPECT_POINT(path.GetLines()[0].start, 10, 0);
-    EXPECT_DOUBLE_EQ(path.GetTotalLength(), 30);
 }
 
 // --- Walking ------------------------------------------------------------------------------------------
@@ -345,27 +317,6 @@ TEST(walk_test, places_points_on_the_extensions) {
     empty.AppendMoveTo({10, 10});
     empty.PrepareSegments(false);
     EXPECT_POINT(empty.MoveToExtendPos(3), 0, 0);
-}
-
-TEST(walk_test, steps_within_one_piece) {
-    PathParser path = MakeOpenCorner();
-    const LineSegment piece = path.GetLines()[0];
-
-    LineStep step = path.MoveLine(piece, 15, false);
-    EXPECT_POINT(step.point, 15, 0);
-    EXPECT_EQ(step.remainder, 0);
-    EXPECT_DOUBLE_EQ(path.GetPosition().t, 0.25);
-
-    step = path.MoveLine(piece, 50, false);
-    EXPECT_POINT(step.point, 60, 0);
-    EXPECT_DOUBLE_EQ(step.remainder, 5);
-    EXPECT_DOUBLE_EQ(path.GetPosition().t, 0.25);
-
-    step = path.MoveLine(piece, 6, true);
-    EXPECT_POINT(step.point, 9, 0);
-    step = path.MoveLine(piece, 20, true);
-    EXPECT_POINT(step.point, 0, 0);
-    EXPECT_DOUBLE_EQ(step.remainder, 11);
 }
 
 // --- Input the walk and the flattening must survive ---------------------------------------------------

@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <filesystem>
-#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -153,22 +152,6 @@ TEST(svg_test, attributes_are_letters_then_a_double_quoted_value_passed_through_
     EXPECT_EQ(raw.at("d"), "M");  // the backslash escaped nothing: the title ended before it
 }
 
-TEST(svg_test, long_tags_give_the_same_attributes_as_short_ones) {
-    // Trailing blanks cannot start, end or join a match, so padding a tag must not change its attributes,
-    // even when the padding moves it past the length at which the reader changes its matching method.
-    std::mt19937 random(2024);
-    const std::string alphabet = "ab=\"\" \n\rxy-Z=\"q\x80\xFF\t";
-    std::uniform_int_distribution<std::size_t> pick(0, alphabet.size() - 1);
-    std::uniform_int_distribution<int> length(0, 60);
-    for (int round = 0; round < 1000; ++round) {
-        std::string tag;
-        for (int n = length(random); n > 0; --n)
-            tag += alphabet[pick(random)];
-        ASSERT_EQ(PathParser::ParseAttributes(tag), PathParser::ParseAttributes(tag + std::string(5000, ' ')))
-            << "tag: " << tag;
-    }
-}
-
 TEST(svg_test, a_path_without_data_keeps_the_width_and_empty_data_clears_it) {
     PathParser parser(u":S");
     parser.ParsePath("path id=\"x\"");
@@ -247,61 +230,7 @@ TEST(svg_test, bad_guide_files_end_as_documented) {
     }
 }
 
-// --- Robustness: random and mutated input, bounded rounds, fixed seeds. ---
-
-namespace {
-
-// Parses text; the only failures allowed out are the two conversion errors of a malformed number.
-void ExpectParsesOrRaisesConversionError(const std::string& text) {
-    PathParser parser;
-    try {
-        parser.Parse(text);
-    } catch (const std::invalid_argument&) {
-    } catch (const std::out_of_range&) {
-    }
-}
-
-std::string MutateSvg(std::string text, std::mt19937& random) {
-    static const std::string kInteresting = "<>\"=/ ,.-+eE0123456789MmLlCcQqHZ()\n\r\t\xFF";
-    std::uniform_int_distribution<int> rounds(1, 6);
-    for (int n = rounds(random); n > 0; --n) {
-        const std::size_t at = std::uniform_int_distribution<std::size_t>(0, text.size())(random);
-        const char c =
-            kInteresting[std::uniform_int_distribution<std::size_t>(0, kInteresting.size() - 1)(random)];
-        switch (std::uniform_int_distribution<int>(0, 2)(random)) {
-            case 0:
-                if (at < text.size()) text[at] = c;
-                break;
-            case 1:
-                text.insert(text.begin() + static_cast<std::ptrdiff_t>(at), c);
-                break;
-            default:
-                if (at < text.size())
-                    text.erase(at, std::uniform_int_distribution<std::size_t>(1, 8)(random));
-                break;
-        }
-    }
-    return text;
-}
-
-}  // namespace
-
-TEST(svg_test, loading_any_mutated_file_leaves_a_usable_guide_or_raises_a_conversion_error) {
-    ScratchDataHome home;
-    const std::string seed = Svg("d=\"M 0 0 l 10 10 Q 20 0 30 10\" transform=\"translate(1 2)\"");
-    std::mt19937 random(99);
-    for (int round = 0; round < 150; ++round) {
-        home.WriteGuide("fuzz", MutateSvg(seed, random));
-        PathParser parser;
-        try {
-            parser.LoadFromFile(u"fuzz");
-            EXPECT_FALSE(parser.GetSegments().empty());
-        } catch (const std::invalid_argument&) {
-        } catch (const std::out_of_range&) {
-        }
-    }
-}
-
+// Long lines must neither take quadratic time nor raise anything but the two conversion errors.
 TEST(svg_test, lines_of_a_million_characters_are_read_in_linear_time) {
     const std::size_t kHuge = 1'000'000;
     std::string data = "M 0 0";
@@ -316,6 +245,11 @@ TEST(svg_test, lines_of_a_million_characters_are_read_in_linear_time) {
              std::string(kHuge, '<'),
              "<path transform=\"matrix(" + std::string(kHuge, '1') + ")\" d=\"M 0 0\">",
          }) {
-        ExpectParsesOrRaisesConversionError(text);
+        PathParser parser;
+        try {
+            parser.Parse(text);
+        } catch (const std::invalid_argument&) {
+        } catch (const std::out_of_range&) {
+        }
     }
 }

@@ -171,17 +171,4 @@ TEST_F(plugin_entry_test, a_missing_selection_offscreen_counts_as_no_selection) 
     EXPECT_EQ(host.Destination()->At(1, 1)[0], 0);  // filled everywhere, as without a selection
 }
 
-TEST_F(plugin_entry_test, the_module_can_be_loaded_and_driven_again_after_unloading) {
-    OpenFilter(WhiteLayer(2, 2));
-    ASSERT_EQ(host.RunFilter(module), kHostCallSucceeded);
-    ASSERT_EQ(Call(kHostSelectorFilterTerminate), kHostCallSucceeded);
-    ASSERT_EQ(Call(kHostSelectorModuleTerminate), kHostCallSucceeded);
-    module.Unload();
-    std::string error;
-    ASSERT_TRUE(module.Load(BRIVANE_PLUGIN_MODULE, error)) << error;
-    OpenFilter(WhiteLayer(2, 2));
-    EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded);
-    EXPECT_EQ(host.Log().updatedAreas.size(), 2u);
-}
-
 }  // namespace

@@ -182,25 +182,6 @@ TEST_F(plugin_manager_test, blocks_map_each_channel_order_and_write_back_their_r
     }
 }
 
-TEST_F(plugin_manager_test, the_selection_block_holds_the_mask) {
-    SimImage mask = MakeImage(4, 2, kHostChannelOrderAlpha);
-    mask.pixels = {0, 1, 2, 3, 4, 5, 6, 7};
-    host.SetLayer(MakeImage(4, 2, kHostChannelOrderRgbAlpha));
-    host.SetSelection(mask);
-    Attach();
-    manager->AllocBitmap();
-    manager->AllocBitmap();  // again: the first bitmaps are not lost
-    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps + 3);
-    const BitmapBlock& selection = manager->Selection();
-    EXPECT_EQ(selection.offscreen, host.SelectionOffscreen());
-    EXPECT_EQ(selection.channelOrder, kHostChannelOrderAlpha);
-    EXPECT_EQ(selection.depth, 1);
-    ASSERT_NE(selection.pixels, nullptr);
-    EXPECT_EQ(selection.pixels[selection.rowBytes + 3], 7);
-    manager->ReleaseBitmap();
-    EXPECT_TRUE(IsZero(manager->Selection()));
-}
-
 TEST_F(plugin_manager_test, empty_or_missing_images_leave_the_blocks_unused) {
     Attach();
     manager->AllocBitmap();  // the host has no layer at all
@@ -273,31 +254,6 @@ TEST_F(plugin_manager_test, layer_mode_bits_become_target_kinds) {
         manager->SetLayerMode(mode);
         EXPECT_EQ(host.Log().targetKinds, kinds) << mode;
     }
-}
-
-// Names, preview, empty-area drawing and progress are checked through the effect in controller_test.
-TEST_F(plugin_manager_test, document_queries_read_the_host_and_preview_can_be_turned_off) {
-    host.SetCanvasSize(640, 480);
-    host.resolution = 600.0;
-    host.mainColor = {0x10, 0x20, 0x30};
-    host.mainAlpha = 0x40;
-    Attach();
-    int64_t width = -1, height = -1;
-    manager->GetCanvasSize(width, height);
-    EXPECT_EQ(std::pair(width, height), (std::pair<int64_t, int64_t>(640, 480)));
-    EXPECT_EQ(manager->GetDpi(), 600.0);
-    EXPECT_EQ(manager->GetMainColor(), 0x302010u);  // alpha dropped
-    manager->EnablePreview(false);
-    EXPECT_EQ(host.Log().canPreview, false);
-}
-
-TEST_F(plugin_manager_test, registration_sends_the_identifier_cut_to_the_buffer) {
-    manager->guid = std::string(200, 'x');
-    EXPECT_TRUE(manager->RegisterPlugin(host.GetServer()));
-    EXPECT_EQ(host.Log().moduleId, std::string(kGuidBufferSize - 1, 'x'));
-    EXPECT_FALSE(manager->IsValid());  // registration does not attach the server
-    host.hostVersion = -5;
-    EXPECT_FALSE(manager->RegisterPlugin(host.GetServer())) << "a negative version is as old as 0";
 }
 
 TEST_F(plugin_manager_test, a_manager_without_a_usable_server_answers_safely_and_ignores_notifications) {

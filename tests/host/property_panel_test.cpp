@@ -54,69 +54,11 @@ protected:
         manager.AddComboBox(150, 't', rows, 3);
         manager.AddCanvas(170, 'd', kHostPointDefaultCentre);
     }
-    static std::vector<std::u16string> RowTexts(const SimItem& item) {
-        std::vector<std::u16string> texts;
-        for (const SimEnumRow& row : item.rows)
-            texts.push_back(row.text);
-        return texts;
-    }
-    static std::vector<int64_t> RowValues(const SimItem& item) {
-        std::vector<int64_t> values;
-        for (const SimEnumRow& row : item.rows)
-            values.push_back(row.value);
-        return values;
-    }
 
     SimHost host;
     PanelManager manager;
     SimLiveObjects baseline;
 };
-
-// Kinds, ranges, access keys and defaults of every item are checked through the effect's own panel in
-// controller_test; here what that panel cannot show.
-TEST_F(property_panel_test, items_get_their_caption_texts_display_kinds_and_row_values) {
-    AddEveryKind(true);
-    const std::pair<int64_t, std::u16string> captions[] = {{224, u"Spacing"},
-                                                           {162, u"Curvature"},
-                                                           {207, u"As distance"},
-                                                           {150, u"Arrangement"},
-                                                           {170, u"Point 1"}};
-    for (const auto& [key, caption] : captions)
-        EXPECT_EQ(Item(key).caption, caption) << key;
-    EXPECT_EQ(Item(224).displayKind, 17);
-    EXPECT_EQ(Item(224).inputKind, 17);
-    EXPECT_EQ(Item(162).inputKind, 17);
-    EXPECT_EQ(Item(170).displayKind, 17);
-    EXPECT_EQ(Item(170).inputKind, 49);
-    EXPECT_EQ(RowTexts(Item(150)), (std::vector<std::u16string>{u"Radiate", u"Parallel", u"Circle"}));
-    EXPECT_EQ(RowValues(Item(150)), (std::vector<int64_t>{0, 1, 2}));
-    EXPECT_EQ(Item(170).pointValue.x, 400);  // the simulated host places kind 37 at the centre
-    EXPECT_EQ(Item(170).pointValue.y, 300);
-}
-
-TEST_F(property_panel_test, a_list_from_texts_keeps_their_order_and_an_empty_list_has_default_0) {
-    manager.AddComboBox(140, 'r', std::vector<std::u16string>{u"(defaults)", u"dusk", u"", u"\u6f2b\u753b"});
-    const SimItem& item = Item(140);
-    EXPECT_EQ(item.caption, u"Preset");
-    EXPECT_EQ(RowTexts(item), (std::vector<std::u16string>{u"(defaults)", u"dusk", u"", u"\u6f2b\u753b"}));
-    EXPECT_EQ(RowValues(item), (std::vector<int64_t>{0, 1, 2, 3}));
-    manager.AddComboBoxItem(140, u"new", 4);
-    EXPECT_EQ(Item(140).rows.back().text, u"new");
-    EXPECT_EQ(Item(140).rows.back().value, 4);
-
-    manager.AddComboBox(150, 't', nullptr, 0);
-    manager.AddComboBox(141, 'r', std::vector<std::u16string>{});
-    for (int64_t key : {150, 141}) {
-        EXPECT_TRUE(Item(key).rows.empty()) << key;
-        EXPECT_EQ(Item(key).enumDefault, 0) << key;
-    }
-}
-
-TEST_F(property_panel_test, an_item_without_a_caption_text_is_still_added) {
-    manager.AddSlider(999, 'z', 0, 1, 0);
-    EXPECT_FALSE(Item(999).caption.has_value());
-    EXPECT_EQ(host.Log().missingResourceIds, (std::vector<int64_t>{999}));
-}
 
 TEST_F(property_panel_test, updates_report_a_change_only_when_the_value_differs) {
     AddEveryKind(false);
@@ -181,14 +123,6 @@ TEST_F(property_panel_test, sets_change_the_host_values_and_resets_bring_back_th
     EXPECT_EQ(Item(162).decValue, 1.0);
     EXPECT_TRUE(Item(207).boolValue);
     EXPECT_EQ(Item(150).enumValue, 0);
-}
-
-TEST_F(property_panel_test, resource_texts_stop_at_the_first_zero) {
-    EXPECT_EQ(manager.GetResourceText(151), u"Radiate");
-    EXPECT_EQ(manager.GetResourceText(300), u"");  // an empty text
-    EXPECT_EQ(manager.GetResourceText(301), u"");  // no text at all
-    host.Resources().Set(302, std::u16string(u"ab\0cd", 5));
-    EXPECT_EQ(manager.GetResourceText(302), u"ab");
 }
 
 TEST_F(property_panel_test, a_host_that_cannot_answer_leaves_the_fields_alone) {

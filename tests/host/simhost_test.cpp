@@ -15,23 +15,6 @@ namespace {
 
 const std::string kBadDir = std::string(BRIVANE_TEST_DATA_DIR) + "/host/bad/";
 
-TEST(simhost_test, resource_table_reads_ids_and_trimmed_texts) {
-    ResourceTable table;
-    std::string error;
-    ASSERT_TRUE(
-        table.Parse("\xEF\xBB\xBF# captions\r\n101 = Effect lines\r\n\n  102=Speed  \n142 =\n"
-                    "163 = Stra\xC3\x9F"
-                    "e = road\n",
-                    "t", error))
-        << error;
-    EXPECT_EQ(table.Size(), 4u);
-    EXPECT_EQ(*table.Find(101), u"Effect lines");
-    EXPECT_EQ(*table.Find(102), u"Speed");
-    EXPECT_EQ(*table.Find(142), u"");
-    EXPECT_EQ(*table.Find(163), u"Stra\u00DFe = road");
-    EXPECT_EQ(table.Find(103), nullptr);
-}
-
 TEST(simhost_test, bad_resource_files_are_refused_with_their_line) {
     struct Case {
         const char* file;
@@ -84,59 +67,6 @@ TEST(simhost_test, unknown_and_released_handles_are_refused_and_recorded) {
     EXPECT_EQ(TakeProtocolErrors().size(), 4u);
 }
 
-TEST(simhost_test, bitmaps_have_padded_rows_and_reject_bad_requests) {
-    SimHost host;
-    const HostBitmapService& bitmaps = host.BitmapService();
-    HostBitmap bitmap = nullptr;
-    ASSERT_EQ(bitmaps.create(&bitmap, 5, 3, kHostChannelCodeGrayAlpha, kHostScanlineTopDown), kHostResultOk);
-    int64_t rowBytes = 0, depth = 0;
-    bitmaps.getRowBytes(bitmap, &rowBytes);
-    bitmaps.getDepth(bitmap, &depth);
-    EXPECT_EQ(rowBytes, 16);
-    EXPECT_EQ(depth, 2);
-    void* first = nullptr;
-    void* last = nullptr;
-    const HostPoint origin{0, 0}, corner{4, 2};
-    bitmaps.getAddress(bitmap, &origin, &first);
-    bitmaps.getAddress(bitmap, &corner, &last);
-    EXPECT_EQ(static_cast<uint8_t*>(last) - static_cast<uint8_t*>(first), 2 * 16 + 4 * 2);
-    EXPECT_EQ(bitmaps.release(bitmap), kHostResultOk);
-
-    TakeProtocolErrors();
-    HostBitmap none = nullptr;
-    EXPECT_NE(bitmaps.create(&none, 5, 3, 3, kHostScanlineTopDown), kHostResultOk);
-    EXPECT_NE(bitmaps.create(&none, 5, 3, kHostChannelCodeAlpha, 0), kHostResultOk);
-    EXPECT_NE(bitmaps.create(&none, 0, 3, kHostChannelCodeAlpha, kHostScanlineTopDown), kHostResultOk);
-    EXPECT_NE(bitmaps.create(&none, int64_t{1} << 40, 1 << 20, kHostChannelCodeAlpha, kHostScanlineTopDown),
-              kHostResultOk);
-    EXPECT_EQ(none, nullptr);
-    TakeProtocolErrors();
-}
-
-TEST(simhost_test, copies_clip_to_both_images) {
-    SimHost host;
-    SimImage layer = MakeImage(4, 3, kHostChannelOrderAlpha);
-    for (size_t i = 0; i < layer.pixels.size(); ++i)
-        layer.pixels[i] = static_cast<uint8_t>(i + 1);
-    host.SetLayer(layer);
-    HostBitmap bitmap = nullptr;
-    host.BitmapService().create(&bitmap, 3, 3, kHostChannelCodeAlpha, kHostScanlineTopDown);
-    const HostPoint at{1, 1}, from{2, 0};
-    EXPECT_EQ(host.OffscreenService().copyToBitmap(bitmap, &at, host.SourceOffscreen(), &from, 10, 10, 1),
-              kHostResultOk);
-    void* address = nullptr;
-    const HostPoint origin{0, 0};
-    host.BitmapService().getAddress(bitmap, &origin, &address);
-    const auto* bytes = static_cast<const uint8_t*>(address);
-    // Bitmap (1,1) .. (2,2) receives layer (2,0) .. (3,1); the rest stays 0.
-    EXPECT_EQ((std::vector<uint8_t>{bytes[0], bytes[16 + 1], bytes[16 + 2], bytes[32 + 1], bytes[32 + 2]}),
-              (std::vector<uint8_t>{0, 3, 4, 7, 8}));
-    EXPECT_EQ(host.OffscreenService().copyToBitmap(bitmap, &at, host.SourceOffscreen(), &from, 1, 1, 2),
-              kHostResultBadArgument);  // unknown mode
-    host.BitmapService().release(bitmap);
-    TakeProtocolErrors();
-}
-
 TEST(simhost_test, panel_input_is_checked_against_the_item) {
     SimHost host;
     _Property* property = nullptr;
@@ -183,25 +113,6 @@ TEST(simhost_test, panel_input_is_checked_against_the_item) {
     p.release(property);
     EXPECT_EQ(host.Panel(), nullptr);
     EXPECT_TRUE(TakeProtocolErrors().empty());
-}
-
-TEST(simhost_test, process_answers_follow_the_script_then_restarts_and_cancel) {
-    SimHost host;
-    host.scriptedAnswers = {kHostProcessAnswerExit};
-    EXPECT_EQ(host.AnswerProcess(kHostProcessStateStart), kHostProcessAnswerExit);
-    host.restartsLeft = 1;
-    EXPECT_EQ(host.AnswerProcess(kHostProcessStateEnd), kHostProcessAnswerRestart);
-    EXPECT_EQ(host.AnswerProcess(kHostProcessStateEnd), kHostProcessAnswerContinue);
-    host.cancelAtStep = 10;
-    EXPECT_EQ(host.AnswerProcess(kHostProcessStateStart), kHostProcessAnswerContinue);
-    host.NoteProgress(9);
-    EXPECT_EQ(host.AnswerProcess(kHostProcessStateContinue), kHostProcessAnswerContinue);
-    EXPECT_FALSE(host.Cancelled());
-    host.NoteProgress(12);
-    EXPECT_EQ(host.AnswerProcess(kHostProcessStateContinue), kHostProcessAnswerExit);
-    EXPECT_TRUE(host.Cancelled());
-    EXPECT_EQ(host.AnswerProcess(kHostProcessStateStart), kHostProcessAnswerContinue);
-    EXPECT_EQ(host.AnswerProcess(kHostProcessStateContinue), kHostProcessAnswerContinue);  // a new pass
 }
 
 TEST(simhost_test, colour_layers_round_trip_through_png) {

@@ -11,7 +11,6 @@
 
 namespace fs = std::filesystem;
 using brivane_test::ScratchDataHome;
-using ::testing::ElementsAreArray;
 using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
@@ -84,19 +83,6 @@ TEST(file_helpers_test, listing_folds_extension_case_and_keeps_sub_folders) {
                 UnorderedElementsAre(dir + "/A.INI", dir + "/b.ini", dir + "/d.ini"));
 }
 
-TEST(file_helpers_test, listing_keeps_the_order_in_which_the_system_lists_the_folder) {
-    ScratchDataHome home;
-    const std::string dir = home.root() + "/order";
-    fs::create_directory(dir);
-    for (const char* name : {"m.svg", "b.svg", "z.svg", "a.svg", "q.svg", "k.svg"}) {
-        ScratchDataHome::Write(dir + "/" + name, "x");
-    }
-    std::vector<std::string> systemOrder;
-    for (const auto& entry : fs::directory_iterator(dir))
-        systemOrder.push_back(entry.path().string());
-    EXPECT_THAT(ToUtf8(EnumFiles(U16(dir), u".svg")), ElementsAreArray(systemOrder));
-}
-
 TEST(file_helpers_test, reading_gives_the_bytes_as_they_stand_or_nothing) {
     ScratchDataHome home;
     const std::string path = home.root() + "/bom.ini";
@@ -152,23 +138,4 @@ TEST(file_helpers_test, only_regular_files_exist_and_data_folders_are_created_wi
     EXPECT_TRUE(CreateDataDirectory(U16(home.root() + "/x/y/z")));
     EXPECT_TRUE(fs::is_directory(home.root() + "/x/y/z"));
     EXPECT_FALSE(CreateDataDirectory(u""));
-}
-
-TEST(file_helpers_test, conversions_repair_invalid_input_and_utf8_stops_at_nul) {
-    EXPECT_EQ(Utf8ToUtf16(""), u"");
-    EXPECT_EQ(Utf8ToUtf16("a\xFF"
-                          "b"),
-              u"a\uFFFDb");
-    EXPECT_EQ(Utf8ToUtf16(std::string("ab\0cd", 5)), u"ab");
-    EXPECT_EQ(Utf8ToUtf16("Gr\xC3\xBC\xC3\x9F \xF0\x9F\x98\x80"), u"Grüß \U0001F600");
-    EXPECT_EQ(Utf16ToUtf8(u""), "");
-    EXPECT_EQ(Utf16ToUtf8(std::u16string{u'a', char16_t(0xD800)}), "a\xEF\xBF\xBD");
-    EXPECT_EQ(Utf16ToUtf8(u"Grüß"), "Gr\xC3\xBC\xC3\x9F");
-}
-
-TEST(file_helpers_test, lower_casing_folds_without_a_locale) {
-    EXPECT_EQ(ToLowerCase(u""), u"");
-    EXPECT_EQ(ToLowerCase(u"MyGuide"), u"myguide");
-    EXPECT_EQ(ToLowerCase(u"STRAßE"), u"strasse");
-    EXPECT_EQ(ToLowerCase(std::u16string(100, u'ß')), std::u16string(200, u's'));
 }

@@ -236,31 +236,6 @@ TEST(preset_test, value_readers_reject_without_touching_the_destination) {
     EXPECT_EQ(p.y, 4);
 }
 
-TEST(preset_test, number_formatting_trims_trailing_zeros) {
-    const struct {
-        double value;
-        int decimals;
-        const char* text;
-    } cases[] = {
-        {2.0, 2, "2"},       {1.5, 2, "1.5"},   {0.333, 2, "0.33"},
-        {0.325, 5, "0.325"}, {-0.001, 2, "-0"}, {1e20, 2, "100000000000000000000"},
-        {0.0, 5, "0"},       {100.0, 2, "100"}, {10.0, 0, "10"},  // no point, so nothing is trimmed
-        {0.125, 2, "0.12"},  // exact tie: the standard formatting rounds to even
-        {2.675, 2, "2.67"},  // 2.675 is stored a little below
-        {-1.5, 0, "-2"},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(_dtos(c.value, c.decimals), c.text) << c.value << " to " << c.decimals;
-}
-
-TEST(preset_test, default_target_points_are_set_only_inside_the_table) {
-    PathPoint p{};
-    for (auto [type, index] : {std::pair{1, 2}, {3, 0}, {0, 3}, {-1, 0}, {0, -1}}) {
-        GetDefaultTargetPoint(type, index, p);
-        EXPECT_TRUE(p.x == 0.75 && p.y == 0.875) << type << "," << index;
-    }
-}
-
 TEST(preset_test, saving_by_date_names_the_file_after_the_local_time_even_when_the_save_fails) {
     ScratchDataHome home;
     const MoveEffectIniParam param = DefaultPreset();
