@@ -20,50 +20,6 @@ using stroke_test::QuietParam;
 using stroke_test::RenderSingleThreaded;
 using stroke_test::StraightGuide;
 
-// Columns of row y that hold any coverage.
-std::vector<int32_t> CoveredColumns(const MoveEffectFilter& filter, int32_t y) {
-    std::vector<int32_t> columns;
-    for (int32_t x = 0; x < filter.GetWidth(); ++x) {
-        if (CoverageAt(filter, x, y) > 0) columns.push_back(x);
-    }
-    return columns;
-}
-
-// Lines run up from p1 to p2 and stack towards p3; a 2 px pen on x covers columns x - 1 and x.
-TEST(layout_test, parallel_lines_stand_at_offsets_0_8_and_12_for_spacing_10_and_gain_minus_4) {
-    const struct {
-        PointTarget target;
-        double spcgain;
-        int tasks;
-        std::vector<int32_t> columns;
-    } cases[] = {
-        {{10, 50, 10, 10, 50, 50}, -4, 3, {9, 10, 17, 18, 21, 22}},  // lines on x = 10, 18 and 22
-        {{30, 50, 30, 10, 30, 50}, 0, 1, {29, 30}},                  // p3 on p1: the one line at p1
-    };
-    PathParser guide = StraightGuide();
-    Layer layer(60, 60, true);
-    for (const auto& c : cases) {
-        MoveEffectParam param = QuietParam(1);
-        param.spcgain = c.spcgain;
-        auto filter = MakeFilter(param, c.target, guide, layer);
-        EXPECT_EQ(RenderSingleThreaded(*filter), c.tasks) << "gain " << c.spcgain;
-        EXPECT_EQ(CoveredColumns(*filter, 30), c.columns) << "gain " << c.spcgain;
-    }
-}
-
-TEST(layout_test, no_spacing_makes_no_line_and_the_target_ring_alone) {
-    PathParser guide = StraightGuide();
-    Layer layer(100, 100, true);
-    const PointTarget targets[3] = {
-        {50, 50, 50, 40, 50, 10}, {30, 50, 30, 10, 50, 50}, {25, 50, 75, 50, 50, 25}};
-    for (int32_t type = 0; type < 3; ++type) {
-        MoveEffectParam param = QuietParam(type);
-        param.spacing = 0;
-        auto filter = MakeFilter(param, targets[type], guide, layer);
-        EXPECT_EQ(RenderSingleThreaded(*filter), type == 2 ? 1 : 0) << "type " << type;
-    }
-}
-
 // Coverage-weighted mean row of column x.
 double MeanRow(const MoveEffectFilter& filter, int32_t x) {
     double sum = 0;
@@ -165,31 +121,6 @@ TEST(layout_test,
     EXPECT_FALSE(filter->LineIntersectsEllipse({-20, 11}, {20, 11}, c, 10, 5, quarter));
     EXPECT_FALSE(filter->LineIntersectsEllipse({-1, 0}, {1, 0}, c, 10, 5, quarter));  // wholly inside
     EXPECT_TRUE(filter->LineIntersectsEllipse({0, 0}, {8, 0}, c, 10, 5, quarter));    // leaves it
-}
-
-int StopAtOnce(int, int, void* calls) {
-    ++*static_cast<int*>(calls);
-    return 0;
-}
-
-TEST(layout_test, a_progress_answer_to_stop_cancels_the_render_and_leaves_the_filter_cancelled) {
-    MoveEffectParam param = QuietParam(1);
-    param.size = 16;
-    param.hardness = 0.5;
-    param.spacing = 2;
-    PathParser guide = StraightGuide();
-    Layer layer(1200, 1200, true);
-    // 600 long soft lines stacked to the right: far more work than the pool does between two looks
-    // at its finished tasks (10 ms), however fast the build.
-    auto filter = MakeFilter(param, PointTarget{0, 1199, 0, 0, 1199, 1199}, guide, layer);
-    int calls = 0;
-    filter->SetProgressCallback(&StopAtOnce, &calls);
-    filter->ApplyEffect(false);
-    EXPECT_TRUE(filter->IsCancelled());
-    EXPECT_EQ(calls, 1);  // asked once; the filter answers the pool's later reports itself
-    // The lines still queued when the answer came were never drawn: the right end stayed empty.
-    for (int32_t x = 1100; x < 1200; x += 3)
-        EXPECT_EQ(CoverageAt(*filter, x, 600), 0) << "x " << x;
 }
 
 }  // namespace

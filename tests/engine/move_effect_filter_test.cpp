@@ -50,18 +50,6 @@ void PutSample(std::vector<unsigned char>& out, int format, double value) {
     out.insert(out.end(), bytes, bytes + SampleBytes(format));
 }
 
-double ReadSample(const unsigned char* at, int format) {
-    if (format == 0) return *at;
-    if (format == 3) {
-        float single;
-        std::memcpy(&single, at, 4);
-        return single;
-    }
-    uint16_t word;
-    std::memcpy(&word, at, 2);
-    return format == 1 ? word : MoveEffectFilter::Float16To32(word);
-}
-
 // A base image whose every pixel holds `samples` (memory order, 0..1), channel offsets in order.
 struct TestImage {
     std::vector<uint8_t> offsets;
@@ -138,35 +126,6 @@ private:
 
 // --- Parameters and targets ------------------------------------------------------------------------
 
-TEST(move_effect_filter_test, circle_target_of_a_tilted_axis_contains_the_third_point) {
-    const PointTarget points{10, 20, 90, 80, 30, 70};
-    CircleTarget circle{};
-    MoveEffectFilter::CreateCircleParam(&points, &circle);
-    EXPECT_EQ(circle.cx, 50);
-    EXPECT_EQ(circle.cy, 50);
-    EXPECT_DOUBLE_EQ(circle.radiusX, 50);
-    EXPECT_DOUBLE_EQ(circle.angle, std::atan2(60.0, 80.0));
-    // p3 in the ellipse's own frame satisfies the ellipse equation.
-    const double px = 30 - 50.0;
-    const double py = 70 - 50.0;
-    const double t = std::cos(circle.angle) * px + std::sin(circle.angle) * py;
-    const double u = std::cos(circle.angle) * py - std::sin(circle.angle) * px;
-    EXPECT_NEAR(t * t / (circle.radiusX * circle.radiusX) + u * u / (circle.radiusY * circle.radiusY), 1.0,
-                1e-12);
-    EXPECT_DOUBLE_EQ(circle.startAngle, std::atan2(py, px));
-}
-
-TEST(move_effect_filter_test, degenerate_circle_targets) {
-    // Coinciding axis points: a zero circle; a third point beyond the axis end: a true circle.
-    const PointTarget same{10, 10, 10, 10, 40, 50};
-    CircleTarget circle{};
-    MoveEffectFilter::CreateCircleParam(&same, &circle);
-    EXPECT_EQ(circle.radiusY, 0);
-    const PointTarget beyond{0, 0, 100, 0, 120, 0};
-    MoveEffectFilter::CreateCircleParam(&beyond, &circle);
-    EXPECT_DOUBLE_EQ(circle.radiusY, 50);
-}
-
 // --- Half floats ----------------------------------------------------------------------------------
 
 TEST(move_effect_filter_test, half_to_single_at_the_listed_values) {
@@ -237,35 +196,6 @@ TEST(move_effect_filter_test, depth_is_darkness_times_opacity_in_every_colour_mo
     }
 }
 
-TEST(move_effect_filter_test, channel_offsets_pick_the_samples) {
-    // Red stored as B, G, R, A.
-    TestImage image(0, 0, 1, 1, {0, 0, 1, 1});
-    image.offsets = {2, 1, 0, 3};
-    image.param.channelOffsets = image.offsets.data();
-    EXPECT_EQ(DepthOf(image.param), 255 - ((255 * 77) >> 8));
-}
-
-TEST(move_effect_filter_test, a_mask_scales_opacity) {
-    const struct {
-        int format;
-        double mask;
-        int depth;
-    } cases[] = {{0, 1.0, 255},
-                 {0, k128, 127},
-                 {0, 0.0, 0},
-                 {3, 0.01, 255},               // a wide mask makes almost every pixel opaque
-                 {3, 0.0, (127 * 255) >> 8}};  // a zero mask still leaves the rounding half
-    for (const auto& c : cases) {
-        TestImage image(0, c.format, 1, 1, {0, 0, 0, 1});
-        image.SetMask(c.format, c.mask);
-        EXPECT_EQ(DepthOf(image.param), c.depth) << "format " << c.format << " mask " << c.mask;
-    }
-    TestImage shortRows(0, 0, 4, 1, {0, 0, 0, 1});
-    shortRows.SetMask(0, 0.0);
-    shortRows.param.maskRowBytes = 2;  // too short: not read
-    EXPECT_EQ(DepthOf(shortRows.param), 255);
-}
-
 TEST(move_effect_filter_test, wild_float_samples_give_a_depth_in_range) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
@@ -277,21 +207,6 @@ TEST(move_effect_filter_test, wild_float_samples_give_a_depth_in_range) {
 }
 
 // --- Bad input --------------------------------------------------------------------------------------
-
-TEST(move_effect_filter_test, without_a_base_image_nothing_is_run_or_drawn) {
-    MoveEffectFilter filter(MakeParam());
-    filter.SetBaseImage(nullptr);
-    filter.SetTarget(PointTarget{0, 0, 10, 10, 20, 20});
-    std::atomic<int> runs{0};
-    filter.GetPool().Enqueue(std::make_shared<CountingTask>(&runs));
-    filter.ApplyEffect(false);
-    EXPECT_EQ(runs.load(), 0);
-    EXPECT_EQ(filter.GetCoverage(), nullptr);
-    EXPECT_EQ(filter.GetPixelDepth(0, 0), -1);
-    std::vector<unsigned char> dest(64, 0);
-    filter.DrawToCanvas(0, 0, nullptr, dest.data(), 16);
-    EXPECT_EQ(dest, std::vector<unsigned char>(64, 0));
-}
 
 TEST(move_effect_filter_test, channel_tables_never_lead_outside_the_pixel) {
     // Exactly one pixel on the heap, so a read past it would be caught by the sanitizers.
@@ -376,47 +291,6 @@ std::unique_ptr<MoveEffectFilter> MakeStampedFilter(TestImage& image) {
 }
 
 }  // namespace
-
-TEST(move_effect_filter_test, compositing_writes_colour_and_coverage_in_every_layout_and_format) {
-    const struct {
-        int layout, samples, colorSamples;
-    } layouts[] = {{0, 4, 3}, {1, 2, 1}, {2, 5, 4}, {3, 1, 0}, {7, 2, 1}};
-    TestImage image(0, 0, 3, 2, {1, 1, 1, 1});
-    auto filter = MakeStampedFilter(image);
-    for (const auto& shape : layouts) {
-        for (int format = 0; format < 4; ++format) {
-            SCOPED_TRACE(testing::Message() << "layout " << shape.layout << " format " << format);
-            const int sampleBytes = SampleBytes(format);
-            const int pixelBytes = shape.samples * sampleBytes;
-            const int rowBytes = 3 * pixelBytes + 3;  // padded rows
-            std::vector<unsigned char> color;
-            for (int i = 0; i < shape.samples; ++i)
-                PutSample(color, format, 0.2 + 0.1 * i);
-            std::vector<unsigned char> dest(static_cast<std::size_t>(rowBytes) * 2, 0xAB);
-            filter->DrawToCanvas(shape.layout, format, color.data(), dest.data(), rowBytes);
-
-            const double full[] = {255, 65025, 1.0, 1.0};
-            for (int y = 0; y < 2; ++y) {
-                for (int x = 0; x < 3; ++x) {
-                    const unsigned char* px = dest.data() + y * rowBytes + x * pixelBytes;
-                    if (x == 0) {
-                        for (int b = 0; b < pixelBytes; ++b)
-                            ASSERT_EQ(px[b], 0);
-                        continue;
-                    }
-                    ASSERT_EQ(std::memcmp(px, color.data(),
-                                          static_cast<std::size_t>(shape.colorSamples) * sampleBytes),
-                              0);
-                    const double alpha = ReadSample(px + shape.colorSamples * sampleBytes, format);
-                    const int c = filter->GetCoverage()[y * 3 + x];
-                    EXPECT_NEAR(alpha, full[format] * c / 255.0, format == 2 ? 1e-3 : 1e-6) << x << "," << y;
-                }
-                for (int b = 3 * pixelBytes; b < rowBytes; ++b)
-                    ASSERT_EQ(dest[y * rowBytes + b], 0);
-            }
-        }
-    }
-}
 
 TEST(move_effect_filter_test, full_coverage_in_16_bits_is_65025_and_a_null_colour_is_black) {
     TestImage image(0, 0, 3, 2, {1, 1, 1, 1});

@@ -48,41 +48,6 @@ int Thickness(const MoveEffectFilter& filter, int32_t x) {
     return rows;
 }
 
-TEST(path_task_test, a_layer_without_ink_gives_no_strokes_in_any_arrangement) {
-    const PointTarget targets[3] = {
-        {40, 40, 40, 30, 40, 5}, {10, 70, 10, 10, 70, 70}, {20, 40, 60, 40, 40, 20}};
-    for (int32_t type = 0; type < 3; ++type) {
-        PathParser guide = StraightGuide();
-        Layer layer(80, 80);
-        auto filter = MakeFilter(QuietParam(type), targets[type], guide, layer);
-        EXPECT_GT(RenderSingleThreaded(*filter), 0) << "type " << type;
-        EXPECT_EQ(CountCovered(*filter), 0) << "type " << type;
-        const MoveEffectFilter::DirtyRect dirty = filter->GetDirtyRect();
-        EXPECT_GE(dirty.left, dirty.right) << "type " << type;
-    }
-}
-
-TEST(path_task_test, a_fully_inked_ellipse_gives_one_closed_untapered_stroke) {
-    MoveEffectParam param = QuietParam(2);
-    param.spacing = 0;  // the target ring alone
-    param.size = 3;
-    param.in = 0.5;  // a tapered stroke would thin out towards its ends
-    param.out = 0.5;
-    PathParser guide = StraightGuide();
-    Layer layer(80, 80, true);
-    // A circle of radius 20 round (40, 40), starting straight above the centre.
-    auto filter = MakeFilter(param, PointTarget{20, 40, 60, 40, 40, 20}, guide, layer);
-    EXPECT_EQ(RenderSingleThreaded(*filter), 1);
-    for (int i = 0; i < 360; ++i) {
-        const double a = i * std::numbers::pi / 180;
-        const int32_t x = static_cast<int32_t>(std::floor(40 + 20 * std::cos(a)));
-        const int32_t y = static_cast<int32_t>(std::floor(40 + 20 * std::sin(a)));
-        ASSERT_EQ(CoverageAt(*filter, x, y), 255) << "at " << i << " degrees";
-    }
-    EXPECT_EQ(CoverageAt(*filter, 40, 40), 0);
-    EXPECT_EQ(CoverageAt(*filter, 40, 14), 0);
-}
-
 TEST(path_task_test, strokes_cover_the_inked_run_extended_by_half_the_length_at_each_end) {
     MoveEffectParam param = QuietParam(1);
     param.length = 10;
@@ -180,37 +145,6 @@ TEST(path_task_test, taper_profiles_give_the_documented_pressures) {
         EXPECT_DOUBLE_EQ(task.GetPressure(c.position, c.length, c.taperIn, c.taperOut, c.fluctuation),
                          c.pressure);
     }
-}
-
-TEST(path_task_test, rendered_taper_thickens_over_its_length_then_stays_full) {
-    MoveEffectParam param = QuietParam(1);
-    param.size = 9;
-    param.asdist = true;
-    param.in = 20;
-    param.out = 20;
-    PathParser guide = StraightGuide();
-    Layer layer(120, 30);
-    layer.InkRect(10, 15, 110, 16);
-    auto filter = MakeFilter(param, kNoTarget, guide, layer);
-    HorizontalTask(*filter, 15, 120)->Run();
-    // The stroke runs over [10, 110]; thickness follows the pressure: rising over 20 px, then full.
-    int previous = 0;
-    for (int32_t x = 12; x <= 30; ++x) {
-        EXPECT_GE(Thickness(*filter, x), previous) << "x " << x;
-        previous = Thickness(*filter, x);
-    }
-    EXPECT_EQ(Thickness(*filter, 31), 9);
-    EXPECT_EQ(Thickness(*filter, 60), 9);
-    EXPECT_LT(Thickness(*filter, 14), 4);
-    // ... and thins again over the last 20 px (each disc lands a step past its point, so the whole
-    // profile sits a pixel or two after the path distance it was worked out for).
-    previous = 9;
-    for (int32_t x = 88; x <= 114; ++x) {
-        EXPECT_LE(Thickness(*filter, x), previous) << "x " << x;
-        previous = Thickness(*filter, x);
-    }
-    EXPECT_EQ(Thickness(*filter, 89), 9);
-    EXPECT_EQ(Thickness(*filter, 114), 0);
 }
 
 // Two inked runs [10, 20) and [28, 38) on one row; with length 12 their strokes [4, 26] and [22, 44]

@@ -128,62 +128,6 @@ TEST(stroke_raster_test,
     }
 }
 
-// A line of 1 px steps from (x, y), as stroke tasks walk them, tapered over `taper` steps at both
-// ends; drawn through the batching raster and through the reference disc by disc.
-void DrawTaperedLine(StrokeRaster& raster, Canvas& reference, double hardness, double x, double y, double dx,
-                     double dy, int steps, int taper, double size) {
-    double previous = 0;
-    for (int i = 0; i <= steps; ++i) {
-        const double pressure = std::min(1.0, std::min(i, steps - i) / static_cast<double>(taper));
-        ForEachLineDisc(x, y, previous, x + dx, y + dy, pressure, size, [&](double cx, double cy, double d) {
-            raster.AddDisc(Disc{cx, cy, d});
-            ReferenceDrawCircle(reference, hardness, cx, cy, d);
-        });
-        x += dx;
-        y += dy;
-        previous = pressure;
-    }
-    raster.Flush();
-}
-
-// Lines at random angles or along the pixel grid (where equal discs repeat and stamps are reused); then
-// lines up the grid side by side as speed lines are, sharing one pass, so that from the third copy on
-// every disc comes from a stamp remembered in the pass.
-TEST(stroke_raster_test, batched_and_repeated_strokes_match_the_straightforward_ones) {
-    for (double hardness : {1.0, 0.0, 0.3, 0.5, 0.9}) {
-        SCOPED_TRACE(testing::Message() << "hardness " << hardness);
-        const int maxDifference = hardness == 1.0 ? 0 : 1;
-        std::mt19937 random(static_cast<unsigned>(hardness * 977) + 5);
-        std::uniform_real_distribution<double> unit(0.0, 1.0);
-        Canvas fast(120, 100);
-        Canvas reference(120, 100);
-        for (int s = 0; s < 30; ++s) {
-            const bool aligned = s % 3 == 0;
-            const double angle = aligned ? (s % 4) * 1.5707963267948966 : 6.2832 * unit(random);
-            const double x = aligned ? std::floor(-5 + 130 * unit(random)) : -5 + 130 * unit(random);
-            const double y = aligned ? std::floor(-5 + 110 * unit(random)) : -5 + 110 * unit(random);
-            const double size = 0.3 * std::pow(100.0, unit(random));
-            const int steps = 20 + static_cast<int>(150 * unit(random));
-            StrokeRaster raster(nullptr, fast.View(), hardness);
-            DrawTaperedLine(raster, reference, hardness, x, y, std::cos(angle), std::sin(angle), steps,
-                            steps / 4, size);
-        }
-        EXPECT_LE(LargestDifference(fast, reference), maxDifference);
-        EXPECT_GT(LargestDifference(reference, Canvas(120, 100)), 0);
-
-        Canvas repeated(90, 70);
-        Canvas repeatedReference(90, 70);
-        const uint64_t pass = BeginStrokePass();
-        for (int copy = 0; copy < 12; ++copy) {
-            StrokeRaster raster(nullptr, repeated.View(), hardness, pass);
-            // Up the canvas at x = 4 + 7 * copy, a shade off the grid now and then as walks are.
-            DrawTaperedLine(raster, repeatedReference, hardness, 4 + 7 * copy + (copy % 3 == 1 ? 2.3e-13 : 0),
-                            66, 0, -1, 60, 20, 13);
-        }
-        EXPECT_LE(LargestDifference(repeated, repeatedReference), maxDifference);
-    }
-}
-
 TEST(stroke_raster_test, the_filter_draws_lines_as_the_straightforward_discs_do) {
     for (double hardness : {1.0, 0.5}) {
         MoveEffectParam param = stroke_test::QuietParam(1);

@@ -112,24 +112,6 @@ TEST(svg_test, path_data_and_transforms_become_commands_and_a_width) {
     EXPECT_EQ(Parsed("M 30 0 L 10 0 L 25 0").GetWidth(), 20);
 }
 
-TEST(svg_test, transform_values_are_read_from_the_first_parenthesised_group) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"matrix(1,0,0,1,5,5)", "1 0 0 1 0 0"},
-        {"scale(2) translate(5 5)", "1 0 0 1 2 0"},
-        {"translate(3 4) matrix(1 0 0 1 5 5)", "3 4 0 1 0 0"},
-        {"translate(7)", "1 0 0 1 7 0"},
-        {"translate(7 8", "1 0 0 1 0 0"},   // no ")"
-        {")translate(7 8", "1 0 0 1 7 8"},  // ")" first: the rest of the value
-        {"(1 2)", "1 0 0 1 0 0"},           // too short to be anything
-        {"matrix(  1.5 -2 +3 4e1 .5 6.)", "1.5 -2 3 40 0.5 6"}};
-    for (const auto& [value, fields] : cases) {
-        const Transform m = PathParser::ParseTransform(value);
-        std::ostringstream out;
-        out << m.a << ' ' << m.b << ' ' << m.c << ' ' << m.d << ' ' << m.e << ' ' << m.f;
-        EXPECT_EQ(out.str(), fields) << value;
-    }
-}
-
 TEST(svg_test, a_malformed_number_raises_out_of_loading_and_keeps_what_was_read) {
     ScratchDataHome home;
     home.WriteGuide("bad", Svg("d=\"M 0 0 L 10\""));
@@ -139,25 +121,6 @@ TEST(svg_test, a_malformed_number_raises_out_of_loading_and_keeps_what_was_read)
     EXPECT_THROW(PathParser{u"bad"}, std::invalid_argument);
     // A number too small to represent raises the range error too.
     EXPECT_THROW(parser.Parse(Svg("d=\"M 0 0 L 1e-999 0\"")), std::out_of_range);
-}
-
-TEST(svg_test, attributes_are_letters_then_a_double_quoted_value_passed_through_undecoded) {
-    const auto attributes = PathParser::ParseAttributes(
-        "path stroke-width=\"2\" id='single' D=\"upper\" d=\"one\" d=\"two\" x=\"\"");
-    const std::map<std::string, std::string> expected = {
-        {"D", "upper"}, {"d", "two"}, {"width", "2"}, {"x", ""}};
-    EXPECT_EQ(attributes, expected);
-    const auto raw = PathParser::ParseAttributes("path title=\"a &amp; \xC3\xA9 \\\" d=\"M\"");
-    EXPECT_EQ(raw.at("title"), "a &amp; \xC3\xA9 \\");
-    EXPECT_EQ(raw.at("d"), "M");  // the backslash escaped nothing: the title ended before it
-}
-
-TEST(svg_test, a_path_without_data_keeps_the_width_and_empty_data_clears_it) {
-    PathParser parser(u":S");
-    parser.ParsePath("path id=\"x\"");
-    EXPECT_EQ(parser.GetWidth(), 100);
-    parser.ParsePath("path d=\"\"");
-    EXPECT_EQ(parser.GetWidth(), 0);
 }
 
 TEST(svg_test, numbers_keep_the_decimal_point_under_a_decimal_comma_locale) {

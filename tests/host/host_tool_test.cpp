@@ -80,13 +80,13 @@ const std::string kStandIn = std::string(" --module '") + BRIVANE_PLUGIN_MODULE 
 TEST_F(host_tool_test, fills_the_selection_of_a_layer_and_writes_it_out) {
     const std::string out = Path("out.png");
     const Outcome run = RunHost("-i " + Path("layer.png") + " -s " + Path("selection.png") + " -o " + out +
-                                " --color 0a141e --runs 2 --restart 1 -q" + kStandIn);
+                                " --color 0a141f --runs 2 --restart 1 -q" + kStandIn);
     ASSERT_EQ(run.status, 0) << run.output;
     const PngImage image = ReadOut(out);
     ASSERT_EQ(image.channels, 4);
     const uint8_t* right = &image.pixels[(2 * 8 + 7) * 4];
     const uint8_t* left = &image.pixels[(2 * 8 + 0) * 4];
-    EXPECT_EQ(std::vector<uint8_t>(right, right + 4), (std::vector<uint8_t>{10, 20, 30, 255}));
+    EXPECT_EQ(std::vector<uint8_t>(right, right + 4), (std::vector<uint8_t>{10, 20, 31, 255}));
     EXPECT_EQ(std::vector<uint8_t>(left, left + 4), (std::vector<uint8_t>{255, 255, 255, 255}));
 }
 

@@ -108,31 +108,6 @@ TEST_F(plugin_entry_test, null_server_or_no_manager_gives_minus_one_and_leaves_t
     EXPECT_EQ(module.Slot(), manager);
 }
 
-TEST_F(plugin_entry_test, missing_result_or_slot_pointers_are_survived) {
-    int64_t result = 0;
-    module.Entry()(nullptr, nullptr, kHostSelectorModuleInitialize, host.GetServer(), nullptr);
-    module.Entry()(&result, nullptr, kHostSelectorModuleInitialize, host.GetServer(), nullptr);
-    EXPECT_EQ(result, -1);
-    void* slot = nullptr;
-    module.Entry()(nullptr, &slot, kHostSelectorModuleInitialize, host.GetServer(), nullptr);
-    EXPECT_EQ(slot, nullptr);
-}
-
-TEST_F(plugin_entry_test, unknown_selectors_give_zero_and_do_nothing) {
-    ASSERT_EQ(Call(kHostSelectorModuleInitialize), kHostCallSucceeded);
-    for (int64_t selector : {0, 259, 512, 516, -1})
-        EXPECT_EQ(Call(selector), kHostCallSucceeded) << selector;
-    EXPECT_FALSE(host.Log().targetKinds.has_value());
-    EXPECT_TRUE(host.Log().process.empty());
-    EXPECT_EQ(host.Panel(), nullptr);
-}
-
-TEST_F(plugin_entry_test, a_zero_sized_canvas_runs_without_drawing) {
-    OpenFilter(MakeImage(0, 0, kHostChannelOrderRgbAlpha));
-    EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded);
-    EXPECT_TRUE(host.Log().updatedAreas.empty());
-}
-
 TEST_F(plugin_entry_test, missing_filter_records_and_services_are_skipped) {
     host.SetLayer(WhiteLayer(3, 3));
     ASSERT_EQ(Call(kHostSelectorModuleInitialize), kHostCallSucceeded);

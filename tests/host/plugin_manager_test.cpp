@@ -113,14 +113,6 @@ TEST_F(plugin_manager_test, the_run_loop_follows_the_host_answers) {
     EXPECT_EQ(host.Log().process.back().first, kHostProcessStateContinue);
 }
 
-TEST_F(plugin_manager_test, a_host_without_a_run_record_gets_no_calculation) {
-    host.Records().filterRunRecord = nullptr;
-    Attach();
-    EXPECT_EQ(manager->GetCurrentHostState(kHostProcessStateContinue), kHostProcessAnswerExit);
-    manager->ExecuteFilter();
-    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
-}
-
 TEST_F(plugin_manager_test, blocks_map_each_channel_order_and_write_back_their_rectangle) {
     struct Case {
         int64_t order;
@@ -182,31 +174,6 @@ TEST_F(plugin_manager_test, blocks_map_each_channel_order_and_write_back_their_r
     }
 }
 
-TEST_F(plugin_manager_test, empty_or_missing_images_leave_the_blocks_unused) {
-    Attach();
-    manager->AllocBitmap();  // the host has no layer at all
-    EXPECT_TRUE(IsZero(manager->Source()));
-    host.SetLayer(MakeImage(0, 7, kHostChannelOrderRgbAlpha));
-    manager->AllocBitmap();
-    EXPECT_TRUE(IsZero(manager->Source()));
-    EXPECT_TRUE(IsZero(manager->Destination()));
-    manager->ApplyBitmap();
-    EXPECT_TRUE(host.Log().updatedAreas.empty());
-}
-
-TEST_F(plugin_manager_test, destroying_the_manager_releases_bitmaps_and_property) {
-    host.SetLayer(MakeImage(3, 2, kHostChannelOrderRgbAlpha));
-    Attach();
-    manager->InitFilter();
-    manager->InitFilter();  // opening the filter again replaces the panel without keeping the old one
-    manager->AllocBitmap();
-    EXPECT_EQ(LiveObjects().properties, baseline.properties + 1);
-    manager.reset();
-    EXPECT_EQ(LiveObjects().properties, baseline.properties);
-    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
-    EXPECT_EQ(host.Panel(), nullptr);
-}
-
 TEST_F(plugin_manager_test, notifications_17_and_33_reach_their_hooks_with_their_results) {
     Attach();
     manager->InitFilter();
@@ -240,20 +207,6 @@ TEST_F(plugin_manager_test, notifications_17_and_33_reach_their_hooks_with_their
     PluginManager::PropertyCallback(nullptr, property, 224, kHostNotifyValueChanged, manager.get());
     PluginManager::PropertyCallback(&result, property, 224, kHostNotifyValueChanged, nullptr);
     EXPECT_EQ(result, kHostPropertyUnchanged);
-}
-
-TEST_F(plugin_manager_test, layer_mode_bits_become_target_kinds) {
-    const std::pair<int64_t, Kinds> cases[] = {
-        {35, {257, 258, 262}},
-        {0, {}},
-        {-1, {257, 258, 259, 260, 261, 262}},  // bits above 5 are ignored
-        {0x40 | 0x4, {259}},
-    };
-    Attach();
-    for (const auto& [mode, kinds] : cases) {
-        manager->SetLayerMode(mode);
-        EXPECT_EQ(host.Log().targetKinds, kinds) << mode;
-    }
 }
 
 TEST_F(plugin_manager_test, a_manager_without_a_usable_server_answers_safely_and_ignores_notifications) {

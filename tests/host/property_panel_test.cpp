@@ -61,6 +61,7 @@ protected:
 };
 
 TEST_F(property_panel_test, updates_report_a_change_only_when_the_value_differs) {
+    EXPECT_EQ(manager.GetResourceText(151), u"Radiate");  // texts need no item
     AddEveryKind(false);
     int64_t spacing = 50;
     double curvature = 1.0;
@@ -141,36 +142,6 @@ TEST_F(property_panel_test, a_host_that_cannot_answer_leaves_the_fields_alone) {
     EXPECT_FALSE(manager.UpdatePointValue(170, &point));
     manager.AddComboBox(150, 't', std::vector<std::u16string>{u"a"});  // item added, rows skipped
     EXPECT_TRUE(Item(150).rows.empty());
-}
-
-TEST_F(property_panel_test, before_filter_initialise_every_operation_does_nothing) {
-    PanelManager fresh;
-    fresh.AttachServer(host.GetServer());
-    const int64_t rows[] = {151};
-    fresh.AddSlider(1, 'a', 0, 1, 0);
-    fresh.AddDblSlider(2, 'a', 0, 1, 0);
-    fresh.AddCheckBox(3, 'a', true);
-    fresh.AddComboBox(4, 'a', rows, 1);
-    fresh.AddComboBox(5, 'a', std::vector<std::u16string>{u"x"});
-    fresh.AddComboBoxItem(5, u"y", 1);
-    fresh.AddCanvas(6, 'a', kHostPointDefaultCentre);
-    int64_t value = 3;
-    double decimal = 3.0;
-    bool flag = true;
-    Point point{3, 3};
-    EXPECT_FALSE(fresh.UpdateIntValue(1, &value));
-    EXPECT_FALSE(fresh.UpdateEnumValue(4, &value));
-    EXPECT_FALSE(fresh.UpdateDoubleValue(2, &decimal));
-    EXPECT_FALSE(fresh.UpdateBoolValue(3, &flag));
-    EXPECT_FALSE(fresh.UpdatePointValue(6, &point));
-    fresh.ResetIntValue(1, value);
-    fresh.ResetDoubleValue(2, decimal);
-    fresh.ResetBoolValue(3, flag);
-    fresh.ResetEnumValue(4, value);
-    EXPECT_EQ(value, 3);
-    EXPECT_EQ(fresh.GetEnumValue(4), 0);
-    EXPECT_TRUE(host.Items().empty());
-    EXPECT_EQ(fresh.GetResourceText(151), u"Radiate");  // texts need no panel
 }
 
 }  // namespace

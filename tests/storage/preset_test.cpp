@@ -211,31 +211,6 @@ TEST(preset_test, reads_each_line_form_as_documented) {
     }
 }
 
-TEST(preset_test, value_readers_reject_without_touching_the_destination) {
-    double d = 7;
-    EXPECT_FALSE(GetIniDouble("", d));
-    EXPECT_FALSE(GetIniDouble("x1", d));
-    EXPECT_FALSE(GetIniDouble("+-1", d));
-    EXPECT_EQ(d, 7);
-    EXPECT_TRUE(GetIniDouble("+.5e1xyz", d));
-    EXPECT_EQ(d, 5);
-    int32_t i = 7;
-    EXPECT_FALSE(GetIniInteger("-", i));
-    EXPECT_FALSE(GetIniInteger("2147483648", i));
-    EXPECT_EQ(i, 7);
-    EXPECT_TRUE(GetIniInteger("+42", i));
-    EXPECT_EQ(i, 42);
-    bool b = true;
-    EXPECT_FALSE(GetIniBool("truee", b));
-    EXPECT_FALSE(GetIniBool("", b));
-    EXPECT_TRUE(b);
-    PathPoint p{3, 4};
-    EXPECT_FALSE(GetIniPoint("", p));
-    EXPECT_FALSE(GetIniPoint("x,1", p));
-    EXPECT_EQ(p.x, 3);
-    EXPECT_EQ(p.y, 4);
-}
-
 TEST(preset_test, saving_by_date_names_the_file_after_the_local_time_even_when_the_save_fails) {
     ScratchDataHome home;
     const MoveEffectIniParam param = DefaultPreset();
