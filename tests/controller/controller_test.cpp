@@ -54,9 +54,6 @@ int ForEachCovered(const SimImage& image, int64_t cover, Check check) {
     }
     return count;
 }
-int CountCovered(const SimImage& image) {
-    return ForEachCovered(image, image.depth - 1, [](int64_t, const uint8_t*) {});
-}
 
 // An item's value whatever its kind; points are checked apart.
 double Value(const SimItem& item) {
@@ -135,11 +132,6 @@ protected:
     // Puts the three points where the default (radiate) arrangement wants them.
     void PlacePoints() { EXPECT_EQ(Change(150, "0"), kHostPropertyModified); }
 
-    std::vector<uint8_t> RunAndTakeDestination() {
-        host.RunFilter(module);
-        return host.Destination()->pixels;
-    }
-
     brivane_test::ScratchDataHome home;  // a data home of its own for every test
     SimHost host;
     PluginModule module;
@@ -169,26 +161,6 @@ TEST_F(controller_test, guide_and_preset_files_are_listed_once_after_the_fixed_r
 }
 
 // ---- Reactions to the panel ----
-
-TEST_F(controller_test, a_changed_value_answers_modified_and_the_next_run_uses_it) {
-    OpenFilter();
-    EXPECT_EQ(Change(202, "6"), kHostPropertyModified);
-    EXPECT_EQ(Change(202, "6"), kHostPropertyUnchanged);
-    EXPECT_EQ(Change(224, "80"), kHostPropertyModified);
-    EXPECT_EQ(Change(228, "false"), kHostPropertyModified);
-    EXPECT_EQ(Change(161, "1"), kHostPropertyModified);
-    EXPECT_EQ(Change(170, "5,6"), kHostPropertyModified);
-    EXPECT_EQ(Change(141, "true"), kHostPropertyUnchanged) << "the drawing does not depend on it";
-
-    ASSERT_EQ(Change(202, "2"), kHostPropertyModified);
-    PlacePoints();
-    host.RunFilter(module);
-    const int thin = CountCovered(*host.Destination());
-    ASSERT_GT(thin, 0);
-    ASSERT_EQ(Change(202, "12"), kHostPropertyModified);
-    host.RunFilter(module);
-    EXPECT_GT(CountCovered(*host.Destination()), thin);
-}
 
 // ---- Presets ----
 
@@ -232,19 +204,6 @@ TEST_F(controller_test, a_preset_with_every_key_sets_every_item) {
                   {226, 4},
                   {227, -5},
                   {228, 0}});
-}
-
-TEST_F(controller_test, a_guide_name_in_a_preset_matches_regardless_of_letter_case) {
-    home.WriteGuide("Wave", kWave);
-    home.WritePreset("a", "[guide]\nname=wAVE\n");
-    home.WritePreset("b", "[guide]\nname=ripple\n");
-    OpenFilter();
-    const int64_t rowA = Item(140).rows[1].text == u"a" ? 1 : 2;
-    EXPECT_EQ(Change(140, std::to_string(rowA)), kHostPropertyModified);
-    EXPECT_EQ(Item(161).enumValue, 2);
-    // An unknown name leaves the guide as it was.
-    EXPECT_EQ(Change(140, std::to_string(3 - rowA)), kHostPropertyModified);
-    EXPECT_EQ(Item(161).enumValue, 2);
 }
 
 TEST_F(controller_test, an_unreadable_preset_changes_nothing) {
@@ -383,18 +342,6 @@ TEST_F(controller_test, a_selection_keeps_the_lines_inside_it) {
               0);
 }
 
-TEST_F(controller_test, a_guide_file_with_a_malformed_number_draws_like_the_straight_guide) {
-    // All fluctuations are 0 by default, so two runs with the same guide give the same pixels.
-    home.WriteGuide("broken", "<svg><path d=\"M 0 0 L 10\"/></svg>");
-    OpenFilter();
-    PlacePoints();
-    const std::vector<uint8_t> straight = RunAndTakeDestination();
-    ASSERT_EQ(Change(161, "2"), kHostPropertyModified);
-    EXPECT_EQ(RunAndTakeDestination(), straight);
-    ASSERT_EQ(Change(161, "1"), kHostPropertyModified);
-    EXPECT_NE(RunAndTakeDestination(), straight) << "the arch draws differently";
-}
-
 // ---- What the host cannot see: the manager driven directly ----
 
 class manager_test : public ::testing::Test {
@@ -453,20 +400,6 @@ TEST_F(manager_test, parameters_and_points_come_from_the_panel) {
     EXPECT_EQ(target.y1, kCanvasHeight / 2);
     EXPECT_EQ(target.x2, -30);
     EXPECT_EQ(target.y2, 40);
-}
-
-TEST_F(manager_test, progress_reports_each_new_step_once_and_passes_the_hosts_answer_on) {
-    EXPECT_EQ(ZephrineManager::OnProgress(1000, 1, &manager), 1);  // below one step: not reported
-    EXPECT_EQ(ZephrineManager::OnProgress(1000, 500, &manager), 1);
-    EXPECT_EQ(ZephrineManager::OnProgress(1000, 500, &manager), 1);
-    EXPECT_EQ(ZephrineManager::OnProgress(1000, 1000, &manager), 1);
-    EXPECT_EQ(host.Log().progressValues, (std::vector<int64_t>{250, 500}));
-
-    host.scriptedAnswers.push_back(kHostProcessAnswerExit);
-    EXPECT_EQ(ZephrineManager::OnProgress(1000, 1, &manager), 1) << "not a new step";
-    ZephrineManager fresh;
-    fresh.AttachServer(host.GetServer());
-    EXPECT_EQ(ZephrineManager::OnProgress(4, 1, &fresh), 0);
 }
 
 }  // namespace

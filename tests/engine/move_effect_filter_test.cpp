@@ -54,7 +54,6 @@ void PutSample(std::vector<unsigned char>& out, int format, double value) {
 struct TestImage {
     std::vector<uint8_t> offsets;
     std::vector<unsigned char> pixels;
-    std::vector<unsigned char> mask;
     MoveEffectImageParam param{};
 
     TestImage(int model, int format, int width, int height, const std::vector<double>& samples) {
@@ -72,16 +71,6 @@ struct TestImage {
         param.height = static_cast<uint32_t>(height);
         param.rowBytes = static_cast<uint32_t>(width * SampleBytes(format) * samples.size());
         param.pixels = pixels.empty() ? nullptr : pixels.data();
-    }
-
-    // Adds a one-channel mask of `format` holding `value` (0..1) everywhere.
-    void SetMask(int format, double value) {
-        mask.clear();
-        for (uint32_t i = 0; i < param.width * param.height; ++i)
-            PutSample(mask, format, value);
-        param.maskFormat = static_cast<uint8_t>(format);
-        param.maskRowBytes = param.width * SampleBytes(format);
-        param.mask = mask.data();
     }
 };
 
@@ -113,18 +102,7 @@ int Depth(int model, int format, const std::vector<double>& samples, bool invert
 
 constexpr double k128 = 128 / 255.0;
 
-class CountingTask : public ThreadPoolTask {
-public:
-    explicit CountingTask(std::atomic<int>* runs) : m_runs(runs) {}
-    void Run() override { ++*m_runs; }
-
-private:
-    std::atomic<int>* m_runs;
-};
-
 }  // namespace
-
-// --- Parameters and targets ------------------------------------------------------------------------
 
 // --- Half floats ----------------------------------------------------------------------------------
 

@@ -51,18 +51,6 @@ constexpr char kStraightLine[] = "M(0,10) L(100,10)";
 
 }  // namespace
 
-TEST(svg_test, built_in_guides_never_look_at_the_guide_folder) {
-    ScratchDataHome home;
-    home.WriteGuide(":S", Svg("d=\"M 1 1 L 2 2\""));
-    home.WriteGuide(":C", Svg("d=\"M 1 1 L 2 2\""));
-    const PathParser straight(u":S");
-    EXPECT_EQ(Describe(straight), kStraightLine);
-    EXPECT_EQ(straight.GetWidth(), 100);
-    const PathParser arch(u":C");  // bulges upwards
-    EXPECT_EQ(Describe(arch), "M(0,50) Q(50,0)(100,50)");
-    EXPECT_EQ(arch.GetWidth(), 100);
-}
-
 TEST(svg_test, other_names_are_read_from_the_guide_folder_and_missing_ones_give_the_straight_line) {
     ScratchDataHome home;
     EXPECT_EQ(Describe(LoadGuide(home, ":S2", Svg("d=\"M 1 1 L 2 2\""))), "M(1,1) L(2,2)");

@@ -174,41 +174,6 @@ TEST_F(plugin_manager_test, blocks_map_each_channel_order_and_write_back_their_r
     }
 }
 
-TEST_F(plugin_manager_test, notifications_17_and_33_reach_their_hooks_with_their_results) {
-    Attach();
-    manager->InitFilter();
-    EXPECT_NE(manager->Property(), nullptr);
-    EXPECT_EQ(host.Panel(), manager->Property());
-    EXPECT_EQ(host.Notify(205, kHostNotifyValueChanged), kHostPropertyModified);  // through the host
-    EXPECT_EQ(manager->changedProperty, manager->Property());
-
-    struct Case {
-        int64_t key, notification;
-        bool redraw;
-        int64_t result;
-    };
-    const Case cases[] = {
-        {224, kHostNotifyValueChanged, true, kHostPropertyModified},
-        {225, kHostNotifyValueChanged, false, kHostPropertyUnchanged},
-        {300, kHostNotifyButtonPushed, true, kHostPropertyUnchanged},
-        {301, 18, true, kHostPropertyUnchanged},
-    };
-    auto* property = reinterpret_cast<_Property*>(0x1234);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.key);
-        manager->redraw = c.redraw;
-        int64_t result = -7;
-        PluginManager::PropertyCallback(&result, property, c.key, c.notification, manager.get());
-        EXPECT_EQ(result, c.result);
-    }
-    EXPECT_EQ(manager->calls, (Calls{"changed 205", "changed 224", "changed 225", "pushed 300"}));
-    EXPECT_EQ(manager->changedProperty, property);
-    int64_t result = -7;
-    PluginManager::PropertyCallback(nullptr, property, 224, kHostNotifyValueChanged, manager.get());
-    PluginManager::PropertyCallback(&result, property, 224, kHostNotifyValueChanged, nullptr);
-    EXPECT_EQ(result, kHostPropertyUnchanged);
-}
-
 TEST_F(plugin_manager_test, a_manager_without_a_usable_server_answers_safely_and_ignores_notifications) {
     int64_t result = 0;
     PluginManager::PropertyCallback(&result, nullptr, 224, kHostNotifyValueChanged, manager.get());

@@ -95,37 +95,6 @@ TEST_F(property_panel_test, updates_report_a_change_only_when_the_value_differs)
     EXPECT_FALSE(manager.UpdatePointValue(170, &point));
 }
 
-TEST_F(property_panel_test, sets_change_the_host_values_and_resets_bring_back_the_defaults) {
-    AddEveryKind(true);
-    manager.SetIntValue(224, 7);
-    manager.SetDoubleValue(162, -2.5);
-    manager.SetBoolValue(207, false);
-    manager.SetEnumValue(150, 1);
-    manager.SetPointValue(170, Point{-3, 12});
-    // The effect's presets check every kind of set through the host; here the values read back.
-    EXPECT_EQ(manager.GetEnumValue(150), 1);
-    EXPECT_EQ(Item(170).pointValue.x, -3);
-    EXPECT_EQ(Item(170).pointValue.y, 12);
-    EXPECT_EQ(Item(224).intDefault, 50);  // defaults stay where the items were created
-    EXPECT_EQ(Item(162).decDefault, 1.0);
-
-    int64_t spacing = 7, arrangement = 1;
-    double curvature = -2.5;
-    bool asDistance = false;
-    manager.ResetIntValue(224, spacing);
-    manager.ResetDoubleValue(162, curvature);
-    manager.ResetBoolValue(207, asDistance);
-    manager.ResetEnumValue(150, arrangement);
-    EXPECT_EQ(spacing, 50);
-    EXPECT_EQ(curvature, 1.0);
-    EXPECT_TRUE(asDistance);
-    EXPECT_EQ(arrangement, 0);
-    EXPECT_EQ(Item(224).intValue, 50);
-    EXPECT_EQ(Item(162).decValue, 1.0);
-    EXPECT_TRUE(Item(207).boolValue);
-    EXPECT_EQ(Item(150).enumValue, 0);
-}
-
 TEST_F(property_panel_test, a_host_that_cannot_answer_leaves_the_fields_alone) {
     manager.AddSlider(224, 'a', 1, 1000, 50);
     host.PropertyService().getIntegerValue = nullptr;

@@ -95,24 +95,3 @@ TEST(preset_fuzz_test, lines_of_a_million_characters_are_read_or_rejected) {
     EXPECT_FALSE(flags.name);
     EXPECT_EQ(param.spacing, 77);
 }
-
-TEST(preset_fuzz_test, text_conversions_always_give_well_formed_unicode) {
-    std::mt19937 random(4242);
-    for (int round = 0; round < 2000; ++round) {
-        const std::string bytes = RandomBytes(random, 64);
-        const std::u16string text = Utf8ToUtf16(bytes);
-        // Decoding repaired text and encoding it again are exact inverses.
-        const std::string utf8 = Utf16ToUtf8(text);
-        EXPECT_EQ(Utf8ToUtf16(utf8), text);
-        for (std::size_t k = 0; k < text.size(); ++k) {
-            const bool high = text[k] >= 0xD800 && text[k] <= 0xDBFF;
-            const bool lowNext = k + 1 < text.size() && text[k + 1] >= 0xDC00 && text[k + 1] <= 0xDFFF;
-            ASSERT_EQ(high, lowNext) << "unpaired surrogate at " << k;
-            k += high ? 1 : 0;
-        }
-        // Folding random units (unpaired surrogates included) never fails for lack of room.
-        std::u16string units(bytes.size() / 2, u'\0');
-        std::memcpy(units.data(), bytes.data(), units.size() * 2);
-        EXPECT_EQ(ToLowerCase(units).empty(), units.empty());
-    }
-}

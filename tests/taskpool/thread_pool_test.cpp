@@ -78,12 +78,6 @@ std::vector<std::shared_ptr<CountingTask>> EnqueueCounting(ThreadPool& pool, int
 
 }  // namespace
 
-TEST(thread_pool_test, worker_count_is_one_per_core_and_zero_falls_back_to_four) {
-    const unsigned cores = std::thread::hardware_concurrency();
-    EXPECT_EQ(ThreadPool().GetWorkerCount(), cores == 0 ? 4u : cores);
-    EXPECT_EQ(ThreadPool(0).GetWorkerCount(), 4u);
-}
-
 TEST(thread_pool_test, each_pass_runs_every_task_once_on_the_workers_and_reports_on_the_caller) {
     ThreadPool pool(3);
     ProgressLog log;
@@ -125,29 +119,6 @@ TEST(thread_pool_test, a_zero_answer_during_run_cancels_every_task_and_still_wai
     // The callback goes on being told about the rest.
     EXPECT_EQ(log.reports.size(), 7u);
     EXPECT_EQ(log.reports.back(), std::make_pair(7, 7));
-}
-
-TEST(thread_pool_test, cancel_reaches_running_tasks_from_another_thread_and_drops_queued_ones) {
-    ThreadPool pool(2);
-    auto a = std::make_shared<WaitForCancelTask>();
-    auto b = std::make_shared<WaitForCancelTask>();
-    pool.Enqueue(a);
-    pool.Enqueue(b);
-    std::thread canceller([&] {
-        while (!(a->m_started && b->m_started))
-            std::this_thread::yield();
-        pool.Cancel();
-    });
-    pool.Run();
-    canceller.join();
-    EXPECT_TRUE(a->m_sawCancel);
-    EXPECT_TRUE(b->m_sawCancel);
-
-    auto queued = EnqueueCounting(pool, 1);
-    EXPECT_FALSE(queued[0]->IsCancelled());
-    pool.Cancel();
-    pool.Run();
-    EXPECT_EQ(queued[0]->Runs(), 0);
 }
 
 TEST(thread_pool_test, a_task_exception_reaches_the_caller_in_either_mode) {
