@@ -34,13 +34,6 @@ std::string Svg(const std::string& pathAttributes) {
     return "<svg><path " + pathAttributes + "/></svg>\n";
 }
 
-PathParser LoadGuide(const ScratchDataHome& home, const std::string& name, const std::string& text) {
-    home.WriteGuide(name, text);
-    PathParser parser;
-    parser.LoadFromFile(Utf8ToUtf16(name));
-    return parser;
-}
-
 PathParser Parsed(const std::string& pathData, const std::string& more = "") {
     PathParser parser;
     parser.Parse(Svg("d=\"" + pathData + "\" " + more));
@@ -50,18 +43,6 @@ PathParser Parsed(const std::string& pathData, const std::string& more = "") {
 constexpr char kStraightLine[] = "M(0,10) L(100,10)";
 
 }  // namespace
-
-TEST(svg_test, other_names_are_read_from_the_guide_folder_and_missing_ones_give_the_straight_line) {
-    ScratchDataHome home;
-    EXPECT_EQ(Describe(LoadGuide(home, ":S2", Svg("d=\"M 1 1 L 2 2\""))), "M(1,1) L(2,2)");
-    home.WriteGuide("wave", Svg("d=\"M 0 0 Q 50 -20 100 0\""));
-    PathParser parser(u"wave");
-    EXPECT_EQ(Describe(parser), "M(0,0) Q(50,-20)(100,0)");
-    EXPECT_EQ(parser.GetWidth(), 100);
-    parser.LoadFromFile(u"missing");
-    EXPECT_EQ(Describe(parser), kStraightLine);
-    EXPECT_EQ(parser.GetWidth(), 100);
-}
 
 TEST(svg_test, path_data_and_transforms_become_commands_and_a_width) {
     const struct {

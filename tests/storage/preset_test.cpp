@@ -86,49 +86,6 @@ TEST(preset_test, default_preset_is_written_byte_for_byte_over_an_older_file_and
     EXPECT_EQ(CountFlags(flags), 22);
 }
 
-TEST(preset_test, saving_fails_without_record_name_or_folder) {
-    ScratchDataHome home;
-    const MoveEffectIniParam param = DefaultPreset();
-    EXPECT_FALSE(SavePreset(u"p", nullptr));
-    EXPECT_FALSE(SavePreset(u"", &param));
-    EXPECT_FALSE(SavePreset(u"no/such/folder", &param));
-    std::filesystem::remove_all(home.root() + "/quorvel");
-    EXPECT_FALSE(SavePreset(u"p", &param));
-}
-
-// Doubles keep two decimals (points five), names are trimmed on reading, and a type outside the three
-// arrangements is written empty and so read back rejected.
-TEST(preset_test, a_changed_record_is_written_rounded_and_read_back) {
-    ScratchDataHome home;
-    MoveEffectIniParam param = DefaultPreset();
-    param.type = 7;
-    param.p3 = {0.1234567, -1.0};
-    std::strcpy(param.name, "  My Guide  ");
-    param.size = 0.333;
-    param.in = -7;
-    param.asdist = true;
-    param.lengain = 1e20;
-    param.connect = false;
-    ASSERT_TRUE(SavePreset(u"round", &param));
-    const std::string text = ScratchDataHome::Read(home.PresetPath("round"));
-    for (const char* line :
-         {"\ntype=\n", "\np3=0.12346,-1\n", "\nname=  My Guide  \n", "\nsize=0.33\n", "\nin=-7\n",
-          "\nasdist=true\n", "\nlengain=100000000000000000000\n", "\nconnect=false\n"})
-        EXPECT_NE(text.find(line), std::string::npos) << line;
-    MoveEffectIniParam loaded;
-    MoveEffectIniReadFlag flags;
-    ASSERT_TRUE(LoadPreset(u"round", &loaded, &flags));
-    EXPECT_DOUBLE_EQ(loaded.size, 0.33);
-    EXPECT_DOUBLE_EQ(loaded.p3.x, 0.12346);
-    EXPECT_STREQ(loaded.name, "My Guide");
-    EXPECT_FALSE(flags.type);
-    EXPECT_EQ(CountFlags(flags), 21);
-    // A name filling the whole buffer, with no NUL at all, is written without reading past it.
-    std::memset(param.name, 'n', sizeof param.name);
-    EXPECT_NE(FormatPresetText(param).find("name=" + std::string(kIniNameCapacity, 'n') + "\n"),
-              std::string::npos);
-}
-
 TEST(preset_test, a_missing_or_empty_file_fails_and_leaves_record_and_flags_alone) {
     ScratchDataHome home;
     MoveEffectIniParam param = Garbage();
@@ -209,22 +166,6 @@ TEST(preset_test, reads_each_line_form_as_documented) {
         ASSERT_TRUE(loaded.ok);
         row.check(loaded.param, loaded.flags);
     }
-}
-
-TEST(preset_test, saving_by_date_names_the_file_after_the_local_time_even_when_the_save_fails) {
-    ScratchDataHome home;
-    const MoveEffectIniParam param = DefaultPreset();
-    std::u16string name;
-    ASSERT_TRUE(SavePresetAsDate(&param, &name));
-    const std::string utf8 = Utf16ToUtf8(name);
-    EXPECT_THAT(utf8, MatchesRegex("20[0-9][0-9][01][0-9][0-3][0-9]-[0-2][0-9][0-5][0-9][0-6][0-9]"));
-    EXPECT_EQ(ScratchDataHome::Read(home.PresetPath(utf8)), kDefaultPresetFile);
-    EXPECT_TRUE(SavePresetAsDate(&param, nullptr));
-
-    std::filesystem::remove_all(home.root() + "/quorvel");
-    name.clear();
-    EXPECT_FALSE(SavePresetAsDate(&param, &name));
-    EXPECT_EQ(name.size(), 15u);
 }
 
 TEST(preset_test, numbers_use_a_decimal_point_under_a_decimal_comma_locale) {
