@@ -273,6 +273,7 @@ TEST_F(controller_test, a_run_draws_the_main_colour_in_rising_progress_steps) {
     host.SetLayer(MakeInkedLayer(kHostChannelOrderRgbAlpha, {2, 1, 0, 3}));
     host.mainColor = HostColor{200, 100, 50};
     OpenFilter();
+    EXPECT_EQ(host.Log().canPreview, true);
     PlacePoints();
     host.RunFilter(module);
     EXPECT_GT(ForEachCovered(

@@ -144,26 +144,20 @@ TEST(move_effect_filter_test, depth_is_darkness_times_opacity_in_every_colour_mo
         // RGB
         {0, all, {0, 0, 0, 1}, false, 255},
         {0, all, {1, 1, 1, 1}, false, 0},
-        {0, all, {0, 0, 0, 0}, false, 0},
         {0, {0}, {0, 0, 0, k128}, false, 127},
         {0, {0}, {100 / 255.0, 150 / 255.0, 200 / 255.0, 1}, false, 115},  // lum (100*77+150*150+200*29)>>8
         {0, {1, 2}, {0, 0, 0, 0.5}, false, 126},   // 32768/65535*255 = 127.5 -> 127; (127*255)>>8
         {0, {3}, {0.2, 0.4, 0.6, 1}, false, 162},  // lum 0.363, (1 - lum) * 255 = 162.4
         // Grey, plain and inverted
         {1, all, {0, 1}, false, 255},
-        {1, {0}, {1, 1}, false, 0},
         {1, all, {0, 1}, true, 0},
-        {1, {0}, {1, 1}, true, 255},
-        {1, {0}, {0, k128}, false, 127},
         {1, wide, {0.25, 1}, false, 191},
         // CMYK goes through RGB
         {2, all, {0, 0, 0, 1, 1}, false, 255},  // full black
-        {2, all, {0, 0, 0, 0, 1}, false, 0},    // paper white
         {2, {0}, {1, 0, 0, 0, 1}, false, 77},   // cyan: lum (150*255 + 29*255) >> 8 = 178
         {2, {0}, {0, 0, 0, 1, 0}, false, 0},    // transparent
         // Alpha-only layers carry no ink
         {3, all, {1}, false, 0},
-        {3, all, {k128}, false, 0},
     };
     for (const auto& c : cases) {
         for (int format : c.formats) {

@@ -98,15 +98,6 @@ TEST_F(host_tool_test, a_cancelled_run_writes_the_layer_unchanged) {
     EXPECT_EQ(ReadOut(out).pixels, std::vector<uint8_t>(8 * 4 * 4, 255));
 }
 
-TEST_F(host_tool_test, the_panel_listing_shows_the_filter_names_from_the_resource_file) {
-    const Outcome run = RunHost("--panel");
-    ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_NE(run.output.find("filter: \"Effect lines\" > \"Speed and focus lines\"  (access keys t, s)"),
-              std::string::npos)
-        << run.output;
-    EXPECT_NE(run.output.find("targets: rgb gray mask"), std::string::npos) << run.output;
-}
-
 TEST_F(host_tool_test, bad_input_gives_one_line_and_status_2) {
     struct Case {
         std::string args;

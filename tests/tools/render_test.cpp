@@ -96,25 +96,9 @@ std::vector<std::string> Words(const std::string& line) {
     return words;
 }
 
-int CountCovered(const PngImage& rgba) {
-    int covered = 0;
-    for (size_t i = 3; i < rgba.pixels.size(); i += 4)
-        covered += rgba.pixels[i] != 0;
-    return covered;
-}
-
 }  // namespace
 
 // --- Options -----------------------------------------------------------------------------------------
-
-TEST(render_options_test, starts_from_the_default_preset) {
-    const RenderOptions options = Parse({"in.png", "-o", "out.png"});
-    MoveEffectIniParam defaults;
-    GetDefaultPreset(&defaults);
-    EXPECT_EQ(FormatPresetText(options.settings), FormatPresetText(defaults));
-    EXPECT_EQ(options.guide, ":S");
-    EXPECT_FALSE(options.over);
-}
 
 // Unset points follow the arrangement's defaults; given ones are pixels or percent of the canvas,
 // truncated like the plug-in does.
@@ -252,46 +236,7 @@ TEST(render_tool_test, reports_bad_arguments_and_files_in_one_line) {
     }
 }
 
-TEST(render_tool_test, never_overwrites_its_input_however_the_path_is_spelt) {
-    TempFolder temp;
-    Save(temp / "page.png", Solid(8, 8, 1, 8, 0, 0));
-    const std::string before = ReadText(temp / "page.png");
-    fs::create_directories(temp / "sub");
-    fs::create_symlink(temp / "page.png", temp / "link.png");
-    for (const std::string& out : {temp / "sub/../page.png", temp / "link.png"}) {
-        const ToolRun run = RunTool({temp / "page.png", "-o", out});
-        EXPECT_EQ(run.status, kExitBadInput) << out;
-        EXPECT_NE(run.err.find("refusing to overwrite"), std::string::npos) << run.err;
-    }
-    EXPECT_EQ(ReadText(temp / "page.png"), before);
-}
-
 // --- Guides --------------------------------------------------------------------------------------------
-
-TEST(render_guide_test, needs_no_file_for_a_built_in_and_takes_a_preset_guide_from_beside_the_preset) {
-    RenderOptions options;
-    options.guide = ":C";
-    PathParser guide;
-    std::string error, file = "unset";
-    ASSERT_TRUE(LoadGuide(options, guide, error, &file)) << error;
-    EXPECT_EQ(guide.GetSegments().size(), 2u);
-    EXPECT_EQ(guide.GetSegments()[1].type, PathSegment::kQuadratic);
-    EXPECT_EQ(file, "unset");
-
-    // A preset sets the arrangement, the points and the guide's name, found beside it.
-    options = Parse({"in.png", "-o", "o.png", "--preset", kSamples + "wavy.ini"});
-    EXPECT_EQ(options.settings.type, 1);
-    EXPECT_EQ(options.guide, "wave");
-    EXPECT_EQ(fs::path(options.guideFolder), fs::path(kSamples).parent_path());
-    const PointTarget t = Target(options, 1000, 1000);
-    EXPECT_EQ(t.x2, 1000);
-    EXPECT_EQ(t.y3, 720);
-    PathParser wave;
-    ASSERT_TRUE(LoadGuide(options, wave, error, &file)) << error;
-    EXPECT_EQ(fs::path(file).filename(), "wave.svg");
-    EXPECT_EQ(wave.GetWidth(), 100);
-    EXPECT_EQ(wave.GetSegments().size(), 3u);  // move-to and two cubics
-}
 
 TEST(render_guide_test, matches_a_preset_guide_name_as_the_plugin_does_without_letter_case) {
     TempFolder temp;
@@ -394,22 +339,6 @@ TEST(render_tool_test, draws_lines_in_the_colour_only_where_the_layer_is_inked) 
         }
     }
     EXPECT_GT(covered, 160 * 120 / 20);
-}
-
-// Every fluctuation of the default preset is 0, so the picture is fully determined by the settings. The
-// points are chosen to be exact as canvas fractions: a preset keeps 5 decimals and the plug-in truncates
-// when it turns fractions back into pixels, so other points may come back 1 px off, in both programs.
-TEST(render_tool_test, a_saved_preset_renders_the_same_picture_again) {
-    TempFolder temp;
-    Save(temp / "page.png", Solid(128, 64, 1, 8, 0, 0));
-    std::vector<std::string> args = Words(
-        "--type circle --p1 32,32 --p2 112,32 --p3 64,16 --spacing 9 --size 2.5 --guide :C --curvature 0.2");
-    args.insert(args.end(), {temp / "page.png", "-o", temp / "a.png", "--save-preset", temp / "a.ini"});
-    ASSERT_EQ(RunTool(args).status, kExitOk);
-    ASSERT_EQ(RunTool({temp / "page.png", "-o", temp / "b.png", "--preset", temp / "a.ini"}).status, kExitOk);
-    const PngImage a = Load(temp / "a.png"), b = Load(temp / "b.png");
-    EXPECT_GT(CountCovered(a), 0);
-    EXPECT_EQ(a.pixels, b.pixels);
 }
 
 TEST(render_tool_test, an_interrupted_run_writes_nothing) {
