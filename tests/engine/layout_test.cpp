@@ -121,6 +121,7 @@ TEST(layout_test,
     EXPECT_FALSE(filter->LineIntersectsEllipse({-20, 11}, {20, 11}, c, 10, 5, quarter));
     EXPECT_FALSE(filter->LineIntersectsEllipse({-1, 0}, {1, 0}, c, 10, 5, quarter));  // wholly inside
     EXPECT_TRUE(filter->LineIntersectsEllipse({0, 0}, {8, 0}, c, 10, 5, quarter));    // leaves it
+    EXPECT_FALSE(filter->LineIntersectsEllipse({6, 0}, {8, 0}, c, 10, 5, quarter));   // beside it, away
 }
 
 }  // namespace

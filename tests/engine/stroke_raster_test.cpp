@@ -158,6 +158,13 @@ TEST(stroke_raster_test, the_filter_draws_lines_as_the_straightforward_discs_do)
     }
 }
 
+TEST(stroke_raster_test, a_line_s_pressure_runs_from_its_start_to_its_end) {
+    std::vector<double> diameters;
+    ForEachLineDisc(0, 0, 0.5, 10, 0, 1.0, 2, [&](double, double, double d) { diameters.push_back(d); });
+    ASSERT_GE(diameters.size(), 2u);
+    EXPECT_DOUBLE_EQ(diameters[1], 1.1);  // the second disc is 1 px, a tenth, along: pressure 0.55
+}
+
 TEST(stroke_raster_test, discs_too_large_for_a_tile_are_stamped_in_place_with_the_same_bytes) {
     Canvas fast(640, 600);
     Canvas reference(640, 600);

@@ -196,6 +196,7 @@ struct BadPreset {
 
 constexpr BadPreset kBadPresets[] = {
     {"empty", false, 0},
+    {"one_byte", true, 0},
     {"binary_junk", true, 0},
     {"only_comments", true, 0},
     {"bom_before_guide", true, 16},  // the first header is hidden, so are the six guide keys
