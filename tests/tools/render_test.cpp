@@ -219,7 +219,7 @@ TEST(render_options_test, help_needs_nothing_else) {
     EXPECT_TRUE(Parse({"--help"}).help);
     const ToolRun run = RunTool({"-h"});
     EXPECT_EQ(run.status, kExitOk);
-    EXPECT_NE(run.out.find("usage: brivane-render"), std::string::npos);
+    EXPECT_NE(run.out.find("Usage: brivane-render"), std::string::npos);
     EXPECT_NE(run.out.find("--spcgain"), std::string::npos);
 }
 

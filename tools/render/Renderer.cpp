@@ -184,6 +184,10 @@ int RunRender(const std::vector<std::string>& args, std::ostream& out, std::ostr
         out << RenderUsage();
         return kExitOk;
     }
+    if (options.version) {
+        out << "brivane-render " BRIVANE_VERSION "\n";
+        return kExitOk;
+    }
 
     PngImage input;
     if (!ReadPng(options.input, input, error)) return fail(error);
