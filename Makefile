@@ -7,10 +7,11 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 # CI sets CI=true: warnings become errors there.
 WERROR     ?= $(if $(CI),ON,OFF)
 
+# help2man makes the manual pages; man-db, dpkg-dev and file are for the package and its tests.
 DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
-                libpng-dev libicu-dev clang-format
+                libpng-dev libicu-dev clang-format help2man man-db dpkg-dev file
 
-.PHONY: all deps configure build test test-fast test-asan format format-check demo samples bench clean
+.PHONY: all deps configure build test test-fast test-asan format format-check demo samples bench package clean
 
 all: build
 
@@ -93,5 +94,17 @@ demo: build
 samples: build
 	$(BUILD)/tools/render/brivane-make-samples samples
 
+WIN_BUILD ?= build-win
+
+# The .deb from the Linux build, then the .zip from the Windows cross build.
+package: build
+	cmake --build $(BUILD) --target package
+	@if [ -f cmake/mingw-w64-x86_64.cmake ]; then \
+	  cmake -S . -B $(WIN_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release \
+	        -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_BUILD_TESTS=OFF -DBRIVANE_BUILD_BENCH=OFF -DBRIVANE_BUILD_TOOLS=OFF && \
+	  cmake --build $(WIN_BUILD) -j $(JOBS) --target package; \
+	else echo "no Windows toolchain file (cmake/mingw-w64-x86_64.cmake): no .zip"; fi
+	@echo; echo "Packages:"; ls -l $(BUILD)/brivane_*.deb; ls -l $(WIN_BUILD)/brivane-*-win64.zip 2> /dev/null || true
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(WIN_BUILD) out
