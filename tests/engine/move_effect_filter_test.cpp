@@ -50,6 +50,18 @@ void PutSample(std::vector<unsigned char>& out, int format, double value) {
     out.insert(out.end(), bytes, bytes + SampleBytes(format));
 }
 
+double ReadSample(const unsigned char* at, int format) {
+    if (format == 0) return *at;
+    if (format == 3) {
+        float single;
+        std::memcpy(&single, at, 4);
+        return single;
+    }
+    uint16_t word;
+    std::memcpy(&word, at, 2);
+    return format == 1 ? word : MoveEffectFilter::Float16To32(word);
+}
+
 // A base image whose every pixel holds `samples` (memory order, 0..1), channel offsets in order.
 struct TestImage {
     std::vector<uint8_t> offsets;
