@@ -10,8 +10,10 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 # CI sets CI=true: warnings become errors there.
 WERROR     ?= $(if $(CI),ON,OFF)
 
+# help2man makes the manual pages; man-db, dpkg-dev and file are for the package and its tests.
 DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
-                libpng-dev libicu-dev clang-format clang libclang-rt-14-dev
+                libpng-dev libicu-dev clang-format clang libclang-rt-14-dev \
+                help2man man-db dpkg-dev file
 # The other systems, as far as this machine can show them: the Windows build (MinGW-w64, posix threads)
 # with its suites under Wine and GoogleTest built from source, and the Foundation bridge on GNUstep.
 DEB_PACKAGES += g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 googletest \
@@ -28,7 +30,7 @@ FUZZ_SMOKE_SECONDS ?= 20
 TSAN_TESTS := thread_pool_test move_effect_filter_test path_task_test layout_test controller_test
 
 .PHONY: all deps bench-deps configure build test test-fast test-asan test-tsan test-windows fuzz-build fuzz fuzz-smoke \
-        format format-check demo samples bench clean
+        format format-check demo samples bench package clean
 
 all: build
 
@@ -163,5 +165,20 @@ demo: build
 samples: build
 	$(BUILD)/tools/render/brivane-make-samples samples
 
+# The zip's cross build has a folder of its own: it builds the module alone, without the test suites.
+WIN_PACKAGE_BUILD ?= build-win-package
+
+# The .deb from the Linux build, then the .zip from the Windows cross build.
+package: build
+	cmake --build $(BUILD) --target package
+	@if [ -f cmake/mingw-w64-x86_64.cmake ]; then \
+	  cmake -S . -B $(WIN_PACKAGE_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake \
+	        -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR) \
+	        -DBRIVANE_BUILD_TESTS=OFF -DBRIVANE_BUILD_BENCH=OFF -DBRIVANE_BUILD_TOOLS=OFF && \
+	  cmake --build $(WIN_PACKAGE_BUILD) -j $(JOBS) --target package; \
+	else echo "no Windows toolchain file (cmake/mingw-w64-x86_64.cmake): no .zip"; fi
+	@echo; echo "Packages:"; ls -l $(BUILD)/brivane_*.deb; \
+	  ls -l $(WIN_PACKAGE_BUILD)/brivane-*-win64.zip 2> /dev/null || true
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(WIN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(WIN_PACKAGE_BUILD) $(WIN_BUILD) out

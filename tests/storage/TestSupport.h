@@ -18,13 +18,15 @@
 
 namespace brivane_test {
 
-// Gives the plug-in an empty data home for the life of the object (a fresh temporary folder where the
-// system lets a program choose it), so that tests never touch the real data folders, and creates the
-// preset and guide folders inside it.
+// Gives the plug-in an empty data home for the life of the object (a fresh temporary folder with a
+// non-ASCII name where the system lets a program choose it), so that tests never touch the real data
+// folders, and creates the preset and guide folders inside it.
 class ScratchDataHome {
 public:
     ScratchDataHome()
-        : scratch_(MakeScratchFolder("brivane_home.")), home_(scratch_), root_(Utf8Text(home_.path())) {
+        : scratch_(MakeScratchFolder("brivane_home.データ.")),
+          home_(scratch_),
+          root_(Utf8Text(home_.path())) {
         CreateDataDirectory(GetPluginDir(true));
         CreateDataDirectory(GetPluginDir(false));
     }

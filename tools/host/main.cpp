@@ -21,7 +21,7 @@ namespace brivane::tools {
 namespace {
 
 constexpr const char* kUsage =
-    R"(usage: brivane-host [options]
+    R"(Usage: brivane-host [options]
 
 Loads the brivane plug-in module into a simulated painting host and drives it: module initialise,
 filter initialise, panel changes, one or more filter runs, filter terminate, module terminate.
@@ -39,12 +39,13 @@ filter initialise, panel changes, one or more filter runs, filter terminate, mod
       --restart N           answer "restart" at the end of the first N passes of each run
       --cancel-at STEP      cancel each run once its progress reaches STEP of the plug-in's total
       --panel               print the panel the plug-in built (after the --set and --press changes)
-      --module FILE.so      the plug-in module (default: the one built with this program)
+      --module FILE.so      the plug-in module (default: the installed one, else the built one)
       --resources FILE      caption texts, lines of id = text (default: beside the module)
   -q, --quiet               no progress bar and no notes
       --timings             print where the time went: reading, making layers, inside the plug-in
                             (its own work and the host's bitmap services it called), writing
   -h, --help                show this text
+      --version             show the version
 
 Exit status: 0 done, 1 the plug-in failed a call or misused the host, 2 bad input.
 )";
@@ -71,6 +72,7 @@ struct Options {
     bool quiet = false;
     bool timings = false;
     bool help = false;
+    bool version = false;
 };
 
 int Fail(const std::string& message) {
@@ -141,6 +143,8 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         std::string text;
         if (arg == "-h" || arg == "--help") {
             options.help = true;
+        } else if (arg == "--version") {
+            options.version = true;
         } else if (arg == "-q" || arg == "--quiet") {
             options.quiet = true;
         } else if (arg == "--panel") {
@@ -228,7 +232,11 @@ std::string FirstExisting(const std::vector<std::filesystem::path>& candidates) 
 
 std::string ModulePath(const Options& options) {
     if (!options.module.empty()) return options.module;
-    const std::string found = FirstExisting({ExecutableDir() / kModuleFileName, BRIVANE_DEFAULT_MODULE});
+    // Beside the program, then where an install puts it (relative, so a moved prefix still works), then
+    // the one built with it.
+    const std::string found = FirstExisting({ExecutableDir() / kModuleFileName,
+                                             ExecutableDir() / BRIVANE_INSTALLED_MODULE_DIR / kModuleFileName,
+                                             BRIVANE_DEFAULT_MODULE});
     return found.empty() ? std::string(BRIVANE_DEFAULT_MODULE) : found;
 }
 
@@ -524,6 +532,10 @@ int main(int argc, char** argv) {
     if (!ParseOptions(argc, argv, options, error)) return Fail(error);
     if (options.help) {
         std::fputs(kUsage, stdout);
+        return 0;
+    }
+    if (options.version) {
+        std::puts("brivane-host " BRIVANE_VERSION);
         return 0;
     }
     return Run(options);

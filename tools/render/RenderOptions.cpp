@@ -271,6 +271,10 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
             options.help = true;
             return true;
         }
+        if (key == "--version") {
+            options.version = true;
+            return true;
+        }
         std::string value;
         if (key == "-o" || key == "--output") {
             if (!takeValue(value)) return false;
@@ -452,7 +456,7 @@ MoveEffectIniParam ToPresetRecord(const RenderOptions& options, const PointTarge
 }
 
 std::string RenderUsage() {
-    return R"(usage: brivane-render LAYER.png -o OUT.png [options]
+    return R"(Usage: brivane-render LAYER.png -o OUT.png [options]
 
 Draws manga effect lines (focus lines, speed lines, rings) where LAYER is dark and opaque, and writes
 them as an RGBA layer. LAYER may be 8- or 16-bit, grey or RGB, with or without alpha.
@@ -476,6 +480,7 @@ Arrangement:
   --guide NAME|FILE.svg  line shape: :S straight (default), :C arch, or the first path of an SVG file
 
 Settings (the preset keys; defaults are the plug-in's default preset):
+  --preset FILE.ini      take the settings of a preset file; settings given after it win
   --curvature N (-10..10, 1)   --size N (1..50, 2)          --hardness N (0..1, 1)
   --fluction N (0..1, 0)       --in N (0..1000, 500)        --out N (0..1000, 500)
   --asdist [BOOL] (false)      --easing [BOOL] (false)      --position N (-1000..1000, 0)
@@ -484,7 +489,10 @@ Settings (the preset keys; defaults are the plug-in's default preset):
   --spcgain N (-100..100, 0)   --connect [BOOL] (true)
   in/out: thousandths of the line length, or pixels with --asdist. spacing: pixels, or for radiate
   thousandths of a right angle. BOOL: true/false/1/0; --no-connect etc. switch off.
-  --preset FILE.ini      take the settings of a preset file; settings given after it win
+
+Information:
+  -h, --help             show this text
+  --version              show the version
 
 Exit status: 0 done, 2 bad arguments or files, 130 interrupted.
 )";

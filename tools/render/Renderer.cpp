@@ -275,6 +275,10 @@ int RunRender(const std::vector<std::string>& args, std::ostream& out, std::ostr
         out << RenderUsage();
         return kExitOk;
     }
+    if (options.version) {
+        out << "brivane-render " BRIVANE_VERSION "\n";
+        return kExitOk;
+    }
 
     // The file is decoded straight into the layer the engine reads.
     EngineLayer layer;
