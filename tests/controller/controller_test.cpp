@@ -288,7 +288,8 @@ TEST_F(controller_test, a_preset_named_in_japanese_is_listed_applied_and_saved_b
     host.cancelAtStep = -1;
     ASSERT_EQ(Change(141, "true"), kHostPropertyUnchanged);
     host.RunFilter(module);
-    EXPECT_GT(CountCovered(*host.Destination()), 0);
+    const SimImage& drawn = *host.Destination();
+    EXPECT_GT(ForEachCovered(drawn, drawn.depth - 1, [](int64_t, const uint8_t*) {}), 0);
 
     std::vector<fs::path> dated;
     for (const auto& entry :
