@@ -3,22 +3,42 @@
 
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+WIN_BUILD  ?= build-win
+TSAN_BUILD ?= build-tsan
+FUZZ_BUILD ?= build-fuzz
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 # CI sets CI=true: warnings become errors there.
 WERROR     ?= $(if $(CI),ON,OFF)
 
+# help2man makes the manual pages; man-db, dpkg-dev and file are for the package and its tests.
 DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
-                libpng-dev libicu-dev clang-format
+                libpng-dev libicu-dev clang-format clang libclang-rt-14-dev \
+                help2man man-db dpkg-dev file
+# The other systems, as far as this machine can show them: the Windows build (MinGW-w64, posix threads)
+# with its suites under Wine and GoogleTest built from source, and the Foundation bridge on GNUstep.
+DEB_PACKAGES += g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 googletest \
+                gobjc++ libgnustep-base-dev
+BENCH_PACKAGES := libvips-tools time
 
-.PHONY: all deps configure build test test-fast test-asan format format-check demo samples bench clean \
+# `make fuzz`: each fuzz target for FUZZ_SECONDS or FUZZ_RUNS executions, whichever comes first.
+FUZZ_SECONDS ?= 600
+FUZZ_RUNS    ?= 1000000
+FUZZ_TARGETS ?= preset svg png module
+# `make test` gives each target this long on its corpus, as a smoke check.
+FUZZ_SMOKE_SECONDS ?= 20
+# The suites whose code runs on worker threads: pool, filter, stroke tasks, layouts, controller.
+TSAN_TESTS := thread_pool_test move_effect_filter_test path_task_test layout_test controller_test
+
+.PHONY: all deps bench-deps configure build test test-fast test-asan test-tsan test-windows fuzz-build fuzz fuzz-smoke \
+        format format-check demo samples bench package clean \
         web web-deps web-serve test-web
 
 all: build
 
-# Installs only what is missing, so a machine that has everything never touches apt.
-deps:
+# Installs only what is missing of the packages given, so a machine that has everything never touches apt.
+define install_missing
 	@missing=""; \
-	for p in $(DEB_PACKAGES); do \
+	for p in $(1); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -26,19 +46,40 @@ deps:
 	  if [ "$$(id -u)" -ne 0 ]; then echo "error: missing packages and not root:$$missing" >&2; exit 1; fi; \
 	  apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $$missing; \
 	fi
+endef
+
+deps:
+	$(call install_missing,$(DEB_PACKAGES))
+
+# Only the benchmarks compare the tools with `vips copy` and read peak memory from /usr/bin/time.
+bench-deps: deps
+	$(call install_missing,$(BENCH_PACKAGES))
 
 configure: deps
-	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR)
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_GNUSTEP_BRIDGE=ON
 
 build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-# Release tests, the same suite under AddressSanitizer and UndefinedBehaviorSanitizer, then the page
-# in a real browser.
-test: format-check test-fast test-asan test-web
+# Release tests (the Foundation bridge's contract tests on GNUstep among them), the Windows build's
+# suites under Wine, the same Linux suite under AddressSanitizer and UndefinedBehaviorSanitizer, the
+# threaded suites under ThreadSanitizer, a short run of every fuzz target, and the page in a real
+# browser.
+test: format-check test-fast test-windows test-web test-asan test-tsan fuzz-smoke
 
 test-fast: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	@echo "Foundation bridge on GNUstep: $$(cd $(BUILD) && ctest -N -R '^gnustep[.]' | sed -n 's/Total Tests: //p') contract cases run above"
+
+# The Windows module, the simulated host's library and the bridge, storage, host and controller suites,
+# cross-built with MinGW-w64 and run headless under Wine with a prefix inside the build folder.
+test-windows: deps
+	cmake -S . -B $(WIN_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release \
+	      -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_BUILD_BENCH=OFF
+	cmake --build $(WIN_BUILD) -j $(JOBS)
+	cd $(WIN_BUILD) && ctest --output-on-failure -j $(JOBS) -LE slow
+	@grep -h '^\[  PASSED  \] [0-9]* test' $(WIN_BUILD)/Testing/Temporary/LastTest.log | \
+	  awk '{n += $$4} END {print "Windows suites under Wine: " n " cases passed"}'
 
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DBRIVANE_WERROR=$(WERROR) \
@@ -47,7 +88,32 @@ test-asan: deps
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	      ctest --output-on-failure -j $(JOBS) -LE slow
 
-FORMAT_FILES = $(shell git ls-files '*.h' '*.hpp' '*.cpp' '*.c' 2>/dev/null)
+# Only the threaded suites are built; -O1 keeps both the build and the instrumented run short.
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" \
+	      -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_TSAN=ON -DBRIVANE_BUILD_BENCH=OFF
+	cmake --build $(TSAN_BUILD) -j $(JOBS) --target $(TSAN_TESTS)
+	@for t in $(TSAN_TESTS); do \
+	  exe=$$(find $(TSAN_BUILD)/tests -type f -name $$t | head -n 1); \
+	  echo "== TSan: $$t"; \
+	  TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" $$exe --gtest_brief=1 || exit 1; \
+	done
+
+# The libFuzzer targets of tests/fuzz, built with clang; the libraries carry coverage and ASan + UBSan.
+fuzz-build: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=Debug \
+	      -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_FUZZ=ON \
+	      -DBRIVANE_BUILD_TESTS=OFF -DBRIVANE_BUILD_BENCH=OFF
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target brivane_fuzzers
+
+# Crash inputs land in $(FUZZ_BUILD)/crashes/, new corpus inputs in $(FUZZ_BUILD)/corpus/.
+fuzz: fuzz-build
+	tests/fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_RUNS) $(FUZZ_TARGETS)
+
+fuzz-smoke: fuzz-build
+	tests/fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SMOKE_SECONDS) $(FUZZ_RUNS) $(FUZZ_TARGETS)
+
+FORMAT_FILES = $(shell git ls-files '*.h' '*.hpp' '*.cpp' '*.c' '*.mm' 2>/dev/null)
 
 format:
 	clang-format -i $(FORMAT_FILES)
@@ -55,8 +121,14 @@ format:
 format-check: deps
 	@clang-format --dry-run --Werror $(FORMAT_FILES) && echo "clang-format: clean"
 
-bench: build
-	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b --benchmark_min_time=0.5; done
+# Medians of several repetitions: the figures are read as ratios to BM_MemoryFloor and to `vips copy`,
+# both measured in the same run.
+bench: bench-deps build
+	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; \
+	  $$b --benchmark_min_time=0.5 --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+	      --benchmark_display_aggregates_only=true || exit 1; done
+	@echo "== bench/tools_bench.sh"
+	@bench/tools_bench.sh $(BUILD) 5
 
 RENDER  = $(BUILD)/tools/render/brivane-render
 HOST    = $(BUILD)/tools/host/brivane-host
@@ -130,5 +202,20 @@ test-web: web
 	cd tests/web && BRIVANE_DIST=$(CURDIR)/$(WEB_DIST) BRIVANE_RENDER=$(CURDIR)/$(RENDER) \
 	  node --test --test-reporter=spec page.test.mjs
 
+# The zip's cross build has a folder of its own: it builds the module alone, without the test suites.
+WIN_PACKAGE_BUILD ?= build-win-package
+
+# The .deb from the Linux build, then the .zip from the Windows cross build.
+package: build
+	cmake --build $(BUILD) --target package
+	@if [ -f cmake/mingw-w64-x86_64.cmake ]; then \
+	  cmake -S . -B $(WIN_PACKAGE_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake \
+	        -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR) \
+	        -DBRIVANE_BUILD_TESTS=OFF -DBRIVANE_BUILD_BENCH=OFF -DBRIVANE_BUILD_TOOLS=OFF && \
+	  cmake --build $(WIN_PACKAGE_BUILD) -j $(JOBS) --target package; \
+	else echo "no Windows toolchain file (cmake/mingw-w64-x86_64.cmake): no .zip"; fi
+	@echo; echo "Packages:"; ls -l $(BUILD)/brivane_*.deb; \
+	  ls -l $(WIN_PACKAGE_BUILD)/brivane-*-win64.zip 2> /dev/null || true
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(WEB_BUILD) $(WEB_DIST) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(WIN_PACKAGE_BUILD) $(WIN_BUILD) $(WEB_BUILD) $(WEB_DIST) out

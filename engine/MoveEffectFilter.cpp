@@ -6,11 +6,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <vector>
 
 namespace {
 
 constexpr int32_t kMaxDimension = std::numeric_limits<int32_t>::max();
+
+// Rows per chunk when a page-wide loop is split over the pool: a few hundred kilobytes of
+// destination each, enough to keep every core busy without waiting long on the slowest chunk.
+constexpr int64_t kRowsPerChunk = 32;
 
 // Samples per pixel of each colour model, alpha included.
 int SamplesPerPixel(int colorModel) {
@@ -55,7 +58,10 @@ void StoreSample(unsigned char* at, T value) {
 
 }  // namespace
 
-MoveEffectFilter::MoveEffectFilter(const MoveEffectParam& param) : m_param(param) {
+MoveEffectFilter::MoveEffectFilter(const MoveEffectParam& param) : MoveEffectFilter(param, 0) {}
+
+MoveEffectFilter::MoveEffectFilter(const MoveEffectParam& param, unsigned workerCount)
+    : m_param(param), m_pool(workerCount == 0 ? std::thread::hardware_concurrency() : workerCount) {
     // A fraction above 1 would taper beyond the whole line.
     if (!m_param.asdist) {
         if (m_param.in > 1.0) m_param.in = 1.0;
@@ -198,10 +204,18 @@ void MoveEffectFilter::SetBaseImage(const MoveEffectImageParam* image) {
         image->height > 0) {
         return;
     }
-    // calloc: a large canvas gets fresh zero pages, so only the parts that strokes reach are touched.
-    CoverageBuffer coverage(static_cast<uint8_t*>(
-        std::calloc(std::max<std::size_t>(image->width, 1), std::max<uint32_t>(image->height, 1))));
+    // Zeroed by rows on the pool rather than by calloc: a reused heap block would be cleared on this
+    // thread alone, and a fresh mapping would take its page faults one by one later on.
+    const std::size_t coverageWidth = std::max<std::size_t>(image->width, 1);
+    const std::size_t coverageRows = std::max<uint32_t>(image->height, 1);
+    if (coverageRows > std::numeric_limits<std::size_t>::max() / coverageWidth) return;
+    CoverageBuffer coverage(static_cast<uint8_t*>(std::malloc(coverageWidth * coverageRows)));
     if (!coverage) return;  // too large to cover: leave the filter as it was
+    m_pool.ForEachChunk(static_cast<int64_t>(coverageRows), kRowsPerChunk * 4,
+                        [&](int64_t begin, int64_t end) {
+                            std::memset(coverage.get() + begin * coverageWidth, 0,
+                                        static_cast<std::size_t>(end - begin) * coverageWidth);
+                        });
 
     m_colorModel = image->colorModel;
     m_sampleFormat = image->sampleFormat;
@@ -396,10 +410,76 @@ int MoveEffectFilter::GetPixelDepthWide(const unsigned char* pixel, int x, int y
 
 // --- Compositing ----------------------------------------------------------------------------------
 
+namespace {
+
+// An 8-bit pixel: the colour samples, then the coverage as alpha. One instance per layout, so the
+// sample count is known and the loop unrolls.
+template <int kSamples>
+void WriteRow8(const uint8_t* cover, int count, const unsigned char* color, unsigned char* out) {
+    for (int x = 0; x < count; ++x, out += kSamples) {
+        for (int s = 0; s < kSamples - 1; ++s)
+            out[s] = color[s];
+        out[kSamples - 1] = cover[x];
+    }
+}
+
+// Wider samples: every pixel a coverage value can give is made once into a table, so the row loop is
+// a copy of a fixed size per pixel.
+template <int kPixelBytes>
+void WriteRowFromTable(const uint8_t* cover, int count, const unsigned char* table, unsigned char* out) {
+    for (int x = 0; x < count; ++x, out += kPixelBytes)
+        std::memcpy(out, table + cover[x] * kPixelBytes, kPixelBytes);
+}
+
+using RowWriter = void (*)(const uint8_t* cover, int count, const unsigned char* pixels, unsigned char* out);
+
+RowWriter RowWriterFor(int format, int pixelBytes) {
+    if (format == 0) {
+        switch (pixelBytes) {
+            case 1:
+                return WriteRow8<1>;
+            case 2:
+                return WriteRow8<2>;
+            case 4:
+                return WriteRow8<4>;
+            default:
+                return WriteRow8<5>;
+        }
+    }
+    switch (pixelBytes) {
+        case 2:
+            return WriteRowFromTable<2>;
+        case 4:
+            return WriteRowFromTable<4>;
+        case 8:
+            return WriteRowFromTable<8>;
+        case 10:
+            return WriteRowFromTable<10>;
+        case 16:
+            return WriteRowFromTable<16>;
+        default:
+            return WriteRowFromTable<20>;
+    }
+}
+
+}  // namespace
+
 void MoveEffectFilter::DrawToCanvas(int layout, int format, unsigned char* color, unsigned char* dest,
                                     int destRowBytes) {
     if (dest == nullptr || destRowBytes < 0) return;
-    std::memset(dest, 0, static_cast<std::size_t>(destRowBytes) * static_cast<std::size_t>(m_height));
+    const std::size_t rowBytes = static_cast<std::size_t>(destRowBytes);
+    m_pool.ForEachChunk(m_height, kRowsPerChunk, [&](int64_t begin, int64_t end) {
+        DrawRowsToCanvas(layout, format, color, dest + static_cast<std::size_t>(begin) * rowBytes,
+                         destRowBytes, static_cast<int>(begin), static_cast<int>(end - begin));
+    });
+}
+
+void MoveEffectFilter::DrawRowsToCanvas(int layout, int format, unsigned char* color, unsigned char* dest,
+                                        int destRowBytes, int top, int rows) {
+    top = std::clamp(top, 0, m_height);
+    rows = std::clamp(rows, 0, m_height - top);
+    if (dest == nullptr || destRowBytes < 0 || rows == 0) return;
+    const std::size_t rowBytes = static_cast<std::size_t>(destRowBytes);
 
     int samples;
     int colorSamples;
@@ -417,49 +497,60 @@ void MoveEffectFilter::DrawToCanvas(int layout, int format, unsigned char* color
             samples = 2, colorSamples = 1;
             break;
     }
-    if (format < 0 || format > 3 || m_coverage == nullptr) return;
     const int sampleBytes = SampleBytes(format);
     const int pixelBytes = samples * sampleBytes;
     // Rows too short for the image's width would make the pixels spill into the next row and past
-    // the end of the bitmap.
-    if (static_cast<int64_t>(destRowBytes) < static_cast<int64_t>(m_width) * pixelBytes) return;
-
-    std::vector<unsigned char> black;
-    if (color == nullptr) {
-        black.assign(static_cast<std::size_t>(pixelBytes), 0);
-        color = black.data();
+    // the end of the bitmap: such a destination, an unknown format and a missing coverage are only
+    // cleared.
+    if (format < 0 || format > 3 || m_coverage == nullptr ||
+        static_cast<int64_t>(destRowBytes) < static_cast<int64_t>(m_width) * pixelBytes) {
+        std::memset(dest, 0, static_cast<std::size_t>(rows) * rowBytes);
+        return;
     }
+
+    // What a pixel of coverage c becomes: colour samples, then alpha in the destination's format.
     const std::size_t colorBytes = static_cast<std::size_t>(colorSamples) * sampleBytes;
+    unsigned char pixel[256 * 20] = {};
+    for (int c = 0; c < 256; ++c) {
+        unsigned char* out = pixel + c * pixelBytes;
+        if (color != nullptr) std::memcpy(out, color, colorBytes);  // a null colour counts as black
+        unsigned char* alpha = out + colorBytes;
+        switch (format) {
+            case 0:
+                *alpha = static_cast<unsigned char>(c);
+                break;
+            // 255 * 255: full coverage is 65025, not 65535, as the host has always received it.
+            case 1:
+                StoreSample<uint16_t>(alpha, static_cast<uint16_t>(c * 255));
+                break;
+            case 2:
+                StoreSample<uint16_t>(alpha, Float32To16(c / 255.0f));
+                break;
+            case 3:
+                StoreSample<float>(alpha, c / 255.0f);
+                break;
+        }
+    }
+    // 8-bit rows read only the colour samples of the first entry and take the coverage as it is.
+    const RowWriter writeRow = RowWriterFor(format, pixelBytes);
 
     const DirtyRect dirty = GetDirtyRect();
     const int left = std::max(dirty.left, 0);
-    const int top = std::max(dirty.top, 0);
+    const int dirtyTop = std::max(dirty.top, 0);
     const int right = std::min(dirty.right, m_width);
-    const int bottom = std::min(dirty.bottom, m_height);
-    for (int y = top; y < bottom; ++y) {
-        unsigned char* row = dest + static_cast<std::size_t>(y) * destRowBytes;
-        const uint8_t* cover = m_coverage.get() + Index(0, y);
-        for (int x = left; x < right; ++x) {
-            const uint8_t c = cover[x];
-            unsigned char* out = row + static_cast<std::size_t>(x) * pixelBytes;
-            std::memcpy(out, color, colorBytes);
-            unsigned char* alpha = out + colorBytes;
-            switch (format) {
-                case 0:
-                    *alpha = c;
-                    break;
-                // 255 * 255: full coverage is 65025, not 65535, as the host has always received it.
-                case 1:
-                    StoreSample<uint16_t>(alpha, static_cast<uint16_t>(c * 255));
-                    break;
-                case 2:
-                    StoreSample<uint16_t>(alpha, Float32To16(c / 255.0f));
-                    break;
-                case 3:
-                    StoreSample<float>(alpha, c / 255.0f);
-                    break;
-            }
+    const int dirtyBottom = std::min(dirty.bottom, m_height);
+    const std::size_t leftBytes = static_cast<std::size_t>(left) * pixelBytes;
+    const std::size_t rightBytes = static_cast<std::size_t>(right) * pixelBytes;
+    // Each destination byte is written once: zero outside the dirty rectangle, pixels inside.
+    for (int y = top; y < top + rows; ++y) {
+        unsigned char* row = dest + static_cast<std::size_t>(y - top) * rowBytes;
+        if (y < dirtyTop || y >= dirtyBottom || left >= right) {
+            std::memset(row, 0, rowBytes);
+            continue;
         }
+        std::memset(row, 0, leftBytes);
+        writeRow(m_coverage.get() + Index(left, y), right - left, pixel, row + leftBytes);
+        std::memset(row + rightBytes, 0, rowBytes - rightBytes);
     }
 }
 

@@ -49,6 +49,8 @@ public:
 
     // Copies the parameters; fractional taper lengths are clamped to at most the whole line.
     explicit MoveEffectFilter(const MoveEffectParam& param);
+    // Same, with a pool of `workerCount` threads; lets benchmarks and tests measure one thread.
+    MoveEffectFilter(const MoveEffectParam& param, unsigned workerCount);
     ~MoveEffectFilter();
     MoveEffectFilter(const MoveEffectFilter&) = delete;
     MoveEffectFilter& operator=(const MoveEffectFilter&) = delete;
@@ -114,7 +116,12 @@ public:
     // all else transparent black. layout: 0 RGB+A, 1 grey+A, 2 CMYK+A, 3 alpha only (other: grey+A);
     // format: 0 8-bit, 1 16-bit, 2 half, 3 float (other: destination left zero). `dest` holds
     // height rows of destRowBytes. A null colour counts as black.
+    // The rows are split over the pool's workers.
     void DrawToCanvas(int layout, int format, unsigned char* color, unsigned char* dest, int destRowBytes);
+    // Rows [top, top + rows) of that bitmap, on the caller's thread; `dest` points at the first of them.
+    // Lets a writer stream the layer in bands instead of holding it whole.
+    void DrawRowsToCanvas(int layout, int format, unsigned char* color, unsigned char* dest, int destRowBytes,
+                          int top, int rows);
 
     // --- Image access (worker threads; read only) ------------------------------------------------
 

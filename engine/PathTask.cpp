@@ -14,6 +14,39 @@ constexpr int kInkThreshold = 128;
 // Steps between two looks at the cancel flag in the walking and drawing loops: often enough to stop
 // within a fraction of a second, rarely enough to cost nothing.
 constexpr int kCancelPollSteps = 64;
+// Farther off the image than this, in pixels, the walk stops going pixel by pixel.
+constexpr double kFarOffImage = 64;
+// Paths longer than this, in pixels, are not walked: lines of a sane guide and target are far shorter,
+// and on much longer ones a one-pixel step is lost in rounding and the walk never ends.
+constexpr double kMaxWalkedLength = 1e12;
+
+// At least the length of the path (a curve is no longer than its control polygon), over the points that
+// flattening keeps; known before flattening, which a path too long to walk is spared.
+double ControlPolygonLength(const std::vector<PathSegment>& segments) {
+    double length = 0;
+    const PathPoint* last = nullptr;
+    for (const PathSegment& segment : segments) {
+        for (const PathPoint& point : segment.points) {
+            if (!std::isfinite(point.x) || !std::isfinite(point.y)) continue;
+            if (last != nullptr) length += PathParser::Dist(*last, point);
+            last = &point;
+        }
+    }
+    return length;
+}
+
+// The next step of the walk from point, in whole pixels. Off the image nothing is inked, and a step of d
+// moves the point at most d, so far off it the walk jumps to where the image could be within reach
+// again (but not past the first whole step beyond the end, where it would stop anyway): a path that runs
+// far out then costs no more than one that stays near.
+double WalkStep(const PathPoint& point, double width, double height, double left) {
+    // Pixels are found by truncation toward zero, so ink may lie anywhere in (-1, width) x (-1, height).
+    const double dx = std::max({-1 - point.x, point.x - width, 0.0});
+    const double dy = std::max({-1 - point.y, point.y - height, 0.0});
+    const double away = std::hypot(dx, dy);
+    if (!(away > kFarOffImage)) return 1.0;
+    return std::max(1.0, std::min(std::floor(away) - 1, std::ceil(left)));
+}
 
 }  // namespace
 
@@ -41,6 +74,7 @@ void PathTask::Run() {
     if (IsCancelled()) return;
     const MoveEffectParam& param = *m_param;
     const bool closed = param.type == 2;
+    if (!(ControlPolygonLength(m_path.GetSegments()) <= kMaxWalkedLength)) return;
     m_path.PrepareSegments(closed);
     const double total = m_path.GetTotalLength();
     // Nothing to walk: no pieces, a length that is not a number, or a loop that would never advance.
@@ -81,7 +115,8 @@ void PathTask::Run() {
             AppendLinePair(lines, point, runStart, gain, halfLength);
             inRun = false;
         }
-        point = m_path.MoveNext(1.0);
+        point = m_path.MoveNext(WalkStep(point, m_filter->GetWidth(), m_filter->GetHeight(),
+                                         total - m_path.GetPosition().distance));
     } while (!m_path.GetPosition().passedEnd);
 
     if (closed) {

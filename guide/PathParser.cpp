@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 namespace {
 
@@ -16,6 +17,11 @@ constexpr double kFlattenTolerance = 0.5;
 // tolerance; the bound only stops input that never flattens (coordinates whose differences overflow) at
 // 2^20 pieces per curve.
 constexpr int kMaxHalvingDepth = 20;
+
+// Pieces that halving may make for one path, all its curves together; past it each curve part is taken
+// as its chord. Twice what one curve 1e8 px across needs; without the bound a guide file of a few bytes
+// per huge curve makes a million pieces for each of them.
+constexpr std::size_t kMaxHalvedPieces = 1 << 17;
 
 // A looping walk longer than this many laps drops the whole laps at once, so a huge step on a short
 // ring costs no more than a few laps.
@@ -47,7 +53,7 @@ double HalveQuadratic(std::vector<LineSegment>& out, const PathPoint& p0, const 
     const PathPoint mid = Midpoint(m01, m12);
     const double error = PathParser::Dist(Midpoint(p0, p2), mid);
     // Written as "not at most" so that a NaN error also halves, up to the depth bound.
-    if (!(error <= tolerance) && depth < kMaxHalvingDepth) {
+    if (!(error <= tolerance) && depth < kMaxHalvingDepth && out.size() < kMaxHalvedPieces) {
         return HalveQuadratic(out, p0, m01, mid, tolerance, depth + 1) +
                HalveQuadratic(out, mid, m12, p2, tolerance, depth + 1);
     }
@@ -56,11 +62,12 @@ double HalveQuadratic(std::vector<LineSegment>& out, const PathPoint& p0, const 
     return length;
 }
 
+// budget: the most points out may hold before halving stops.
 void HalveCubic(std::vector<PathPoint>& out, const PathPoint& p0, const PathPoint& p1, const PathPoint& p2,
-                const PathPoint& p3, double tolerance, int depth) {
+                const PathPoint& p3, double tolerance, int depth, std::size_t budget) {
     const double flatness =
         std::max(PathParser::LineDistance(p1, p0, p3), PathParser::LineDistance(p2, p0, p3));
-    if (tolerance >= flatness || depth >= kMaxHalvingDepth) {
+    if (tolerance >= flatness || depth >= kMaxHalvingDepth || out.size() >= budget) {
         // The start is already in out (the previous half's end, or the curve's start).
         out.push_back(p3);
         return;
@@ -71,8 +78,8 @@ void HalveCubic(std::vector<PathPoint>& out, const PathPoint& p0, const PathPoin
     const PathPoint a = Midpoint(m01, m12);
     const PathPoint b = Midpoint(m12, m23);
     const PathPoint mid = Midpoint(a, b);
-    HalveCubic(out, p0, m01, a, mid, tolerance, depth + 1);
-    HalveCubic(out, mid, b, m23, p3, tolerance, depth + 1);
+    HalveCubic(out, p0, m01, a, mid, tolerance, depth + 1, budget);
+    HalveCubic(out, mid, b, m23, p3, tolerance, depth + 1, budget);
 }
 
 // Unit direction of a piece, or nothing when the piece is too short to have one.
@@ -96,6 +103,15 @@ size_t GetPointCount(int32_t type) {
         default:
             return 0;
     }
+}
+
+// The polyline of a cubic curve whose halving stops once it holds budget points.
+std::vector<PathPoint> FlattenCubicWithin(const PathPoint& p0, const PathPoint& p1, const PathPoint& p2,
+                                          const PathPoint& p3, double tolerance, std::size_t budget) {
+    if (!IsFinite(p0) || !IsFinite(p1) || !IsFinite(p2) || !IsFinite(p3)) return {};
+    std::vector<PathPoint> polyline{p0};
+    HalveCubic(polyline, p0, p1, p2, p3, tolerance, 0, budget);
+    return polyline;
 }
 
 }  // namespace
@@ -146,10 +162,7 @@ double PathParser::FlattenQuadratic(std::vector<LineSegment>& out, const PathPoi
 
 std::vector<PathPoint> PathParser::FlattenCubic(const PathPoint& p0, const PathPoint& p1, const PathPoint& p2,
                                                 const PathPoint& p3, double tolerance) {
-    if (!IsFinite(p0) || !IsFinite(p1) || !IsFinite(p2) || !IsFinite(p3)) return {};
-    std::vector<PathPoint> polyline{p0};
-    HalveCubic(polyline, p0, p1, p2, p3, tolerance, 0);
-    return polyline;
+    return FlattenCubicWithin(p0, p1, p2, p3, tolerance, kMaxHalvedPieces);
 }
 
 void PathParser::PrepareSegments(bool loop) {
@@ -176,8 +189,10 @@ void PathParser::PrepareSegments(bool loop) {
                 break;
             }
             case PathSegment::kCubic: {
+                // The path's pieces so far count against the budget, as the quadratic halving counts them.
+                const std::size_t room = kMaxHalvedPieces - std::min(kMaxHalvedPieces, m_lines.size());
                 const std::vector<PathPoint> polyline =
-                    FlattenCubic(m_lastPoint, p[0], p[1], p[2], kFlattenTolerance);
+                    FlattenCubicWithin(m_lastPoint, p[0], p[1], p[2], kFlattenTolerance, room + 1);
                 for (size_t i = 1; i < polyline.size(); ++i) {
                     const double length = Dist(polyline[i - 1], polyline[i]);
                     m_lines.push_back({polyline[i - 1], polyline[i], length});
@@ -276,7 +291,9 @@ double PathParser::DropWholeLaps(double remainder, bool forwards) {
         if (forwards) m_position.passedEnd = true;
         return 0;
     }
-    if (remainder > kMaxWalkedLaps * m_totalLength) {
+    // An endless move counts as too many laps even on a ring whose length has overflowed: subtracting
+    // pieces from it would never end.
+    if (std::isinf(remainder) || remainder > kMaxWalkedLaps * m_totalLength) {
         if (forwards) m_position.passedEnd = true;
         return std::fmod(remainder, m_totalLength);
     }

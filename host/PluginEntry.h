@@ -1,13 +1,15 @@
 // The module's one exported symbol. Everything else in the module is hidden (the build compiles with
-// hidden visibility and links the static libraries with their symbols excluded), so the host sees
-// exactly this entry.
+// hidden visibility and links the static libraries with their symbols excluded; a Windows DLL exports
+// only what is marked dllexport), so the host sees exactly this entry.
 #pragma once
 
 #include <cstdint>
 
 #include "host/HostApi.h"
 
-#if defined(__GNUC__)
+#if defined(_WIN32)
+#define BRIVANE_PLUGIN_EXPORT __declspec(dllexport)
+#elif defined(__GNUC__)
 #define BRIVANE_PLUGIN_EXPORT __attribute__((visibility("default")))
 #else
 #define BRIVANE_PLUGIN_EXPORT

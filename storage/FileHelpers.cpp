@@ -1,10 +1,9 @@
 #include "storage/FileHelpers.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <new>
@@ -17,10 +16,21 @@ namespace {
 // size for a folder) never leads to one giant allocation: memory grows only with the bytes really read.
 constexpr std::size_t kReadSlice = std::size_t{1} << 20;
 
+// A path made from UTF-8 text names the same file on every system: on Windows it becomes the wide path
+// that the file calls need, where a narrow one would go through the ANSI code page.
+// Text that is not UTF-8 gives the empty path, which no file has.
+std::filesystem::path PathFromUtf8(const std::string& utf8Path) {
+    try {
+        return std::filesystem::path(std::u8string(utf8Path.begin(), utf8Path.end()));
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
 // Reads up to the size the stream reports at its end. False when the file cannot be opened.
 bool ReadFileBytes(const char* utf8Path, std::string& bytes) {
     bytes.clear();
-    std::ifstream file(utf8Path, std::ios::in | std::ios::binary);
+    std::ifstream file(PathFromUtf8(utf8Path), std::ios::in | std::ios::binary);
     if (!file.is_open()) return false;
     file.seekg(0, std::ios::end);
     const std::streamoff size = file.tellg();
@@ -84,8 +94,9 @@ std::u16string GetIniFilePath(const std::u16string& name) {
 
 bool FileExists(const std::u16string& path) {
     if (path.empty()) return false;
-    struct stat info;
-    return stat(Utf16ToUtf8(path).c_str(), &info) == 0 && S_ISREG(info.st_mode);
+    // Follows links as stat does; any error (no such file, no permission) counts as not there.
+    std::error_code error;
+    return std::filesystem::is_regular_file(PathFromUtf8(Utf16ToUtf8(path)), error);
 }
 
 bool CreateDataDirectory(const std::u16string& path) {
@@ -148,7 +159,7 @@ void ReadAllText(const char* utf8Path, char** out) {
 }
 
 bool WriteAllText(const std::u16string& path, const std::string& text) {
-    std::ofstream file(Utf16ToUtf8(path), std::ios::out | std::ios::binary | std::ios::trunc);
+    std::ofstream file(PathFromUtf8(Utf16ToUtf8(path)), std::ios::out | std::ios::binary | std::ios::trunc);
     if (!file.is_open()) return false;
     file.write(text.data(), static_cast<std::streamsize>(text.size()));
     return !file.fail();

@@ -72,9 +72,14 @@ void ThreadPool::Run() {
     m_completedTasks.exchange(0);
 
     std::vector<std::future<void>> futures;
+    // Counts this pass's finished jobs, so the wait below ends as soon as the last one returns
+    // instead of at the next poll. Shared: an abandoned pass's jobs may outlive this call.
+    auto finished = std::make_shared<std::atomic<std::size_t>>(0);
+    std::size_t passSize = 0;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        futures.reserve(m_tasks.size());
+        passSize = m_tasks.size();
+        futures.reserve(passSize);
         while (!m_tasks.empty()) {
             std::shared_ptr<ThreadPoolTask> task = std::move(m_tasks.front());
             m_tasks.pop_front();
@@ -83,7 +88,10 @@ void ThreadPool::Run() {
             // alive until a worker has finished it.
             auto packaged = std::make_shared<std::packaged_task<void()>>([task] { task->Run(); });
             futures.push_back(packaged->get_future());
-            m_jobs.emplace_back([packaged] { (*packaged)(); });
+            m_jobs.emplace_back([this, packaged, finished, passSize] {
+                (*packaged)();
+                if (finished->fetch_add(1) + 1 == passSize) NotifyPassDone();
+            });
         }
     }
     m_condition.notify_all();
@@ -104,7 +112,10 @@ void ThreadPool::Run() {
             if (i + 1 < futures.size()) std::swap(futures[i], futures.back());
             futures.pop_back();
         }
-        if (!futures.empty()) std::this_thread::sleep_for(kPollInterval);
+        if (!futures.empty()) {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_passDone.wait_for(lock, kPollInterval, [&] { return finished->load() == passSize; });
+        }
     }
 
     std::lock_guard<std::mutex> lock(m_mutex);

@@ -49,6 +49,12 @@ public:
     // Runs every queued task on the calling thread, in queue order. Meant for a pool that no other
     // thread feeds. Keeps GetTotalTasks()/GetCompletedTasks() up to date, unlike Run.
     void RunAsSingleThread();
+    // Calls body(begin, end) over [0, count) in chunks of `grain`, on the calling thread and on all but
+    // one of the workers at once, and returns when all chunks are done. For page-wide loops (compositing,
+    // clearing) that must not wait behind a 10 ms progress poll. `body` runs on several threads at
+    // once over disjoint ranges and must not throw. Call it between passes, never from a task.
+    void ForEachChunk(int64_t count, int64_t grain,
+                      const std::function<void(int64_t begin, int64_t end)>& body);
     // Cancels every queued task (which is then dropped) and every task of the pass in progress.
     // Safe from the progress callback and from other threads.
     void Cancel();
@@ -61,6 +67,8 @@ private:
     void StartWorkers(unsigned count);
     // Worker-thread loop: takes jobs until the pool stops and the job queue is empty.
     void WorkerLoop();
+    // Wakes the thread waiting in Run or ForEachChunk. Worker threads.
+    void NotifyPassDone();
 
     std::vector<std::thread> m_workers;
     std::deque<std::shared_ptr<ThreadPoolTask>> m_tasks;     // queued, not yet started
@@ -68,6 +76,7 @@ private:
     std::vector<std::shared_ptr<ThreadPoolTask>> m_running;  // the pass in progress, for Cancel
     std::mutex m_mutex;                                      // guards the queues above and m_stop
     std::condition_variable m_condition;                     // idle workers wait here
+    std::condition_variable m_passDone;                      // Run and ForEachChunk wait here
     bool m_stop = false;
     std::atomic<int32_t> m_totalTasks{0};      // tasks of the last single-threaded pass
     std::atomic<int32_t> m_completedTasks{0};  // finished in the last single-threaded pass

@@ -21,6 +21,7 @@
 #include "engine/MoveEffectFilter.h"
 #include "guide/PathParser.h"
 #include "storage/Preset.h"
+#include "tools/render/EffectLayer.h"
 #include "tools/render/LayerImage.h"
 #include "tools/render/RenderOptions.h"
 #include "tools/render/Renderer.h"

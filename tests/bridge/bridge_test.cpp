@@ -1,21 +1,25 @@
-#include "bridge/PlatformBridge.h"
-
+// The bridge contract, the same file for every system's bridge (Linux, Windows under Wine, Foundation on
+// GNUstep): they must agree case by case. Only where the data home comes from differs by system.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "bridge/PlatformBridge.h"
+#include "tests/support/TestSystem.h"
+
 namespace fs = std::filesystem;
-using ::testing::UnorderedElementsAre;
+using brivane_test::Utf8Path;
+using ::testing::UnorderedElementsAreArray;
 
 namespace {
+
+constexpr std::string_view kBridge = BRIVANE_BRIDGE_NAME;
 
 std::u16string ToUtf16(const char* text) {
     int32_t count = -1;
@@ -34,16 +38,13 @@ std::string ToUtf8(const std::u16string& text) {
     return result;
 }
 
-// A scratch folder removed at the end of the test.
+// A scratch folder, as UTF-8 text, removed at the end of the test.
 class ScratchDir {
 public:
-    ScratchDir() {
-        std::string pattern = (fs::temp_directory_path() / "bridge_test.XXXXXX").string();
-        path_ = mkdtemp(pattern.data());
-    }
+    ScratchDir() : path_(brivane_test::Utf8Text(brivane_test::MakeScratchFolder("bridge_test."))) {}
     ~ScratchDir() {
         std::error_code ignored;
-        fs::remove_all(path_, ignored);
+        fs::remove_all(Utf8Path(path_), ignored);
     }
     std::string operator/(const std::string& name) const { return path_ + "/" + name; }
     const std::string& path() const { return path_; }
@@ -53,32 +54,8 @@ private:
 };
 
 void Touch(const std::string& path) {
-    std::ofstream(path) << "x";
+    std::ofstream(Utf8Path(path)) << "x";
 }
-
-// Sets or unsets an environment variable for the life of the object.
-class EnvOverride {
-public:
-    EnvOverride(const char* name, const char* value) : name_(name) {
-        if (const char* old = std::getenv(name)) old_ = old;
-        if (value != nullptr) {
-            setenv(name, value, 1);
-        } else {
-            unsetenv(name);
-        }
-    }
-    ~EnvOverride() {
-        if (old_) {
-            setenv(name_.c_str(), old_->c_str(), 1);
-        } else {
-            unsetenv(name_.c_str());
-        }
-    }
-
-private:
-    std::string name_;
-    std::optional<std::string> old_;
-};
 
 std::string TakeAppSupportPath() {
     char* path = ST_GetAppSupportPath();
@@ -105,10 +82,12 @@ TEST(bridge_test, utf8_decoding_repairs_invalid_sequences_with_replacement_chara
         {"\xFF", u"\uFFFD"},                  // a lone invalid byte: one replacement
         {"a\xE2\x82"
          "b",
-         u"a\uFFFDb"},                              // truncated sequence: one replacement
-        {"\xC0\xAF", u"\uFFFD\uFFFD"},              // overlong form: each byte replaced
-        {"\xED\xA0\x80x", u"\uFFFD\uFFFD\uFFFDx"},  // encoded surrogate
-        {"Gr\xC3\xBC\xC3\x9F", u"Grüß"},
+         u"a\uFFFDb"},                                      // truncated sequence: one replacement
+        {"\xC0\xAF", u"\uFFFD\uFFFD"},                      // overlong form: each byte replaced
+        {"\xED\xA0\x80x", u"\uFFFD\uFFFD\uFFFDx"},          // encoded surrogate
+        {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},  // beyond U+10FFFF
+        {"\xF0\x9F\x98", u"\uFFFD"},                        // cut off at the end
+        {"Gr\xC3\xBC\xC3\x9F \xE9\x9B\x86\xE4\xB8\xAD\xE7\xB7\x9A", u"Grüß 集中線"},
     };
     for (const auto& [utf8, utf16] : cases)
         EXPECT_EQ(ToUtf16(utf8), utf16) << utf8;
@@ -134,7 +113,7 @@ TEST(bridge_test, utf16_encoding_repairs_every_unpaired_surrogate_and_keeps_pair
          "a\xEF\xBF\xBD"
          "b\xEF\xBF\xBD"
          "c\xEF\xBF\xBD"},
-        {u"é€", "\xC3\xA9\xE2\x82\xAC"},
+        {u"é€波線", "\xC3\xA9\xE2\x82\xAC\xE6\xB3\xA2\xE7\xB7\x9A"},
         {u"", ""},  // zero units: an empty terminated string
     };
     for (const auto& [utf16, utf8] : cases)
@@ -162,11 +141,17 @@ TEST(bridge_test, folding_follows_unicode_rather_than_ascii) {
                            out.data(), static_cast<int32_t>(out.size()));
         return n < 0 ? u"<error>" : std::u16string(out.begin(), out.begin() + n);
     };
-    EXPECT_EQ(fold(u"Straße"), u"strasse");  // one character becomes two
-    EXPECT_EQ(fold(u"ÄÖÜ"), u"äöü");
-    EXPECT_EQ(fold(u"ΣΑΣ"), u"σασ");    // no final-sigma rule: folding ignores context
-    EXPECT_EQ(fold(u"İ"), u"i\u0307");  // no Turkish locale
-    EXPECT_EQ(fold(std::u16string{u'A', char16_t(0xD800)}), u"a\uFFFD");
+    const std::pair<std::u16string, std::u16string> cases[] = {
+        {u"Straße", u"strasse"},  // one character becomes two
+        {u"ÄÖÜ.INI", u"äöü.ini"},
+        {u"ΣΑΣ ς", u"σασ σ"},            // no final-sigma rule: folding ignores context
+        {u"İ", u"i\u0307"},              // no Turkish locale
+        {u"\u00B5\u017F", u"\u03BCs"},   // micro sign and long s fold to the letters they stand for
+        {u"集中線.SVG", u"集中線.svg"},  // no case: unchanged
+        {{u'A', char16_t(0xD800)}, u"a\uFFFD"},
+    };
+    for (const auto& [text, folded] : cases)
+        EXPECT_EQ(fold(text), folded) << ToUtf8(text);
 }
 
 TEST(bridge_test, folding_fills_a_destination_that_fits_and_leaves_a_short_one_untouched) {
@@ -183,7 +168,19 @@ TEST(bridge_test, folding_fills_a_destination_that_fits_and_leaves_a_short_one_u
     EXPECT_EQ(ST_ToLowerCase(abc, 3, out, -1), ST_ERROR_ARGUMENT);
 }
 
-TEST(bridge_test, app_support_path_is_an_absolute_xdg_data_home_else_the_local_share_folder_of_home) {
+TEST(bridge_test, app_support_path_is_an_existing_absolute_folder_without_a_trailing_separator) {
+    const std::string path = TakeAppSupportPath();
+    ASSERT_NE(path, "<null>");
+    EXPECT_TRUE(Utf8Path(path).is_absolute()) << path;
+    EXPECT_NE(path.back(), '/');
+    EXPECT_NE(path.back(), '\\');
+    if (kBridge == "windows") {
+        EXPECT_EQ(path, std::getenv("APPDATA"));  // the roaming folder
+    }
+}
+
+TEST(bridge_test, app_support_path_on_linux_is_an_absolute_xdg_data_home_else_under_home) {
+    if (kBridge != "linux") GTEST_SKIP() << "the XDG rules are the Linux bridge's own";
     const struct {
         const char* xdg;
         const char* home;
@@ -195,19 +192,25 @@ TEST(bridge_test, app_support_path_is_an_absolute_xdg_data_home_else_the_local_s
         {"relative/path", "/home/someone", "/home/someone/.local/share"},
         {nullptr, nullptr, "<null>"},  // no home at all
     };
+    const char* xdg = std::getenv("XDG_DATA_HOME");
+    const char* home = std::getenv("HOME");
+    const std::string oldXdg = xdg ? xdg : "", oldHome = home ? home : "";
     for (const auto& c : cases) {
-        EnvOverride data("XDG_DATA_HOME", c.xdg);
-        EnvOverride home("HOME", c.home);
+        brivane_test::SetEnv("XDG_DATA_HOME", c.xdg);
+        brivane_test::SetEnv("HOME", c.home);
         EXPECT_EQ(TakeAppSupportPath(), c.path) << (c.xdg ? c.xdg : "(unset)");
     }
+    brivane_test::SetEnv("XDG_DATA_HOME", xdg ? oldXdg.c_str() : nullptr);
+    brivane_test::SetEnv("HOME", home ? oldHome.c_str() : nullptr);
 }
 
 TEST(bridge_test, create_directory_makes_missing_parents_and_accepts_an_existing_folder) {
     ScratchDir dir;
-    const std::string nested = dir / "a/b//c/";
-    EXPECT_TRUE(ST_CreateDirectory(nested.c_str()));
-    EXPECT_TRUE(fs::is_directory(dir / "a/b/c"));
-    EXPECT_TRUE(ST_CreateDirectory(nested.c_str()));
+    for (const std::string& nested : {dir / "a/b//c/", dir / "データ/集中線"}) {
+        EXPECT_TRUE(ST_CreateDirectory(nested.c_str())) << nested;
+        EXPECT_TRUE(fs::is_directory(Utf8Path(nested))) << nested;
+        EXPECT_TRUE(ST_CreateDirectory(nested.c_str())) << nested;
+    }
     EXPECT_TRUE(ST_CreateDirectory(dir.path().c_str()));
 }
 
@@ -220,18 +223,28 @@ TEST(bridge_test, create_directory_fails_below_a_regular_file_and_on_bad_argumen
     EXPECT_FALSE(ST_CreateDirectory(""));
 }
 
-TEST(bridge_test, listing_folds_the_extension_case_and_includes_hidden_items_and_sub_folders) {
+TEST(bridge_test, listing_folds_the_extension_case_and_includes_hidden_items_sub_folders_and_any_script) {
     ScratchDir dir;
-    for (const char* name : {"a.svg", "B.Svg", "c.txt", "svg", ".hidden.ini", "bad\xFF.ini"})
-        Touch(dir / name);
-    fs::create_directory(dir / "folder.ini");
-    EXPECT_THAT(ListFiles(dir.path(), ".SVG"), UnorderedElementsAre(dir / "a.svg", dir / "B.Svg"));
-    // Folder and name are joined with exactly one slash; names that are not UTF-8 are repaired.
-    EXPECT_THAT(ListFiles(dir.path() + "//", ".ini"),
-                UnorderedElementsAre(dir / ".hidden.ini", dir / "folder.ini", dir / "bad\xEF\xBF\xBD.ini"));
-    EXPECT_THAT(ListFiles(dir.path(), ""),
-                UnorderedElementsAre(dir / "a.svg", dir / "B.Svg", dir / "c.txt", dir / "svg",
-                                     dir / ".hidden.ini", dir / "bad\xEF\xBF\xBD.ini", dir / "folder.ini"));
+    ASSERT_TRUE(ST_CreateDirectory((dir / "波線").c_str()));
+    const std::string folder = dir / "波線";
+    std::vector<std::string> names = {"a.svg", "B.Svg",       "波線.SVG",  "c.txt",
+                                      "svg",   ".hidden.ini", "集中線.ini"};
+    // Only Linux file names can be bytes that are not UTF-8: they come back repaired.
+    if (kBridge == "linux") names.push_back("bad\xFF.ini");
+    for (const std::string& name : names)
+        Touch(folder + "/" + name);
+    fs::create_directory(Utf8Path(folder + "/folder.ini"));
+    auto paths = [&folder](std::vector<std::string> names) {
+        for (std::string& name : names)
+            name = folder + "/" + name;
+        return names;
+    };
+    EXPECT_THAT(ListFiles(folder, ".SVG"), UnorderedElementsAreArray(paths({"a.svg", "B.Svg", "波線.SVG"})));
+    // Folder and name are joined with exactly one separator.
+    std::vector<std::string> ini = {".hidden.ini", "folder.ini", "集中線.ini"};
+    if (kBridge == "linux") ini.push_back("bad\xEF\xBF\xBD.ini");
+    EXPECT_THAT(ListFiles(folder + "//", ".ini"), UnorderedElementsAreArray(paths(ini)));
+    EXPECT_EQ(ListFiles(folder, "").size(), names.size() + 1);
 }
 
 TEST(bridge_test, listing_without_matches_gives_null_and_a_count_of_zero) {

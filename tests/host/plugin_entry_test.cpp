@@ -12,13 +12,6 @@ using namespace brivane::tools;
 
 namespace {
 
-// A white colour layer in the host's blue, green, red, alpha order.
-SimImage WhiteLayer(int64_t width, int64_t height) {
-    SimImage layer = MakeImage(width, height, kHostChannelOrderRgbAlpha, {2, 1, 0, 3});
-    std::fill(layer.pixels.begin(), layer.pixels.end(), 255);
-    return layer;
-}
-
 class plugin_entry_test : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -43,13 +36,6 @@ protected:
     }
 
     int64_t Call(int64_t selector) { return module.Call(selector, host.GetServer()); }
-
-    // Module and filter initialise on a layer, as a host does before the first run.
-    void OpenFilter(SimImage layer) {
-        host.SetLayer(std::move(layer));
-        ASSERT_EQ(Call(kHostSelectorModuleInitialize), kHostCallSucceeded);
-        ASSERT_EQ(Call(kHostSelectorFilterInitialize), kHostCallSucceeded);
-    }
 
     SimHost host;
     PluginModule module;
@@ -91,97 +77,6 @@ TEST_F(plugin_entry_test, registration_keeps_the_manager_in_the_slot_even_when_r
         EXPECT_EQ(module.Call(kHostSelectorModuleTerminate, bare.GetServer()), kHostCallSucceeded);
         EXPECT_EQ(module.Slot(), nullptr);
     }
-}
-
-TEST_F(plugin_entry_test, null_server_or_no_manager_gives_minus_one_and_leaves_the_slot_alone) {
-    for (int64_t selector : {257, 258, 513, 514, 515, 516})
-        EXPECT_EQ(module.Call(selector, nullptr), -1) << selector;
-    for (int64_t selector : {258, 513, 514, 515, 259, 516})
-        EXPECT_EQ(Call(selector), -1) << "no manager yet: " << selector;
-    EXPECT_EQ(module.Slot(), nullptr);
-    EXPECT_TRUE(host.Log().process.empty());
-
-    ASSERT_EQ(Call(kHostSelectorModuleInitialize), kHostCallSucceeded);
-    void* manager = module.Slot();
-    for (int64_t selector : {257, 258, 513, 514, 515})
-        EXPECT_EQ(module.Call(selector, nullptr), -1) << selector;
-    EXPECT_EQ(module.Slot(), manager);
-}
-
-TEST_F(plugin_entry_test, missing_result_or_slot_pointers_are_survived) {
-    int64_t result = 0;
-    module.Entry()(nullptr, nullptr, kHostSelectorModuleInitialize, host.GetServer(), nullptr);
-    module.Entry()(&result, nullptr, kHostSelectorModuleInitialize, host.GetServer(), nullptr);
-    EXPECT_EQ(result, -1);
-    void* slot = nullptr;
-    module.Entry()(nullptr, &slot, kHostSelectorModuleInitialize, host.GetServer(), nullptr);
-    EXPECT_EQ(slot, nullptr);
-}
-
-TEST_F(plugin_entry_test, unknown_selectors_give_zero_and_do_nothing) {
-    ASSERT_EQ(Call(kHostSelectorModuleInitialize), kHostCallSucceeded);
-    for (int64_t selector : {0, 259, 512, 516, -1})
-        EXPECT_EQ(Call(selector), kHostCallSucceeded) << selector;
-    EXPECT_FALSE(host.Log().targetKinds.has_value());
-    EXPECT_TRUE(host.Log().process.empty());
-    EXPECT_EQ(host.Panel(), nullptr);
-}
-
-TEST_F(plugin_entry_test, a_zero_sized_canvas_runs_without_drawing) {
-    OpenFilter(MakeImage(0, 0, kHostChannelOrderRgbAlpha));
-    EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded);
-    EXPECT_TRUE(host.Log().updatedAreas.empty());
-}
-
-TEST_F(plugin_entry_test, missing_filter_records_and_services_are_skipped) {
-    host.SetLayer(WhiteLayer(3, 3));
-    ASSERT_EQ(Call(kHostSelectorModuleInitialize), kHostCallSucceeded);
-    host.Records().filterInitRecord = nullptr;
-    EXPECT_EQ(Call(kHostSelectorFilterInitialize), kHostCallSucceeded);
-    EXPECT_FALSE(host.Log().targetKinds.has_value());
-    // The property object was made but never handed over: the manager still owns and frees it.
-    host.Records().filterRunRecord = nullptr;
-    EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded);
-    EXPECT_TRUE(host.Log().process.empty());
-
-    host.Records().filterInitRecord = &host.FilterInitRecord();
-    host.Records().filterRunRecord = &host.FilterRunRecord();
-    const HostFilterRunRecord run = host.FilterRunRecord();
-    const HostBitmapService bitmaps = host.BitmapService();
-    for (int variant = 0; variant < 4; ++variant) {
-        SCOPED_TRACE(variant);
-        host.FilterRunRecord() = run;
-        host.BitmapService() = bitmaps;
-        host.Services().offscreenService = variant == 0 ? nullptr : &host.OffscreenService();
-        host.Services().bitmapService = variant == 1 ? nullptr : &host.BitmapService();
-        if (variant == 2) host.FilterRunRecord().getDestinationOffscreen = nullptr;
-        if (variant == 3) host.BitmapService().create = nullptr;
-        EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded);
-        EXPECT_TRUE(host.Log().updatedAreas.empty()) << "nothing to write back";
-        EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
-    }
-}
-
-TEST_F(plugin_entry_test, a_missing_selection_offscreen_counts_as_no_selection) {
-    host.SetSelection(MakeImage(3, 3, kHostChannelOrderAlpha));
-    OpenFilter(WhiteLayer(3, 3));
-    host.FilterRunRecord().getSelectionOffscreen = nullptr;
-    host.mainColor = {0, 0, 0};
-    ASSERT_EQ(host.RunFilter(module), kHostCallSucceeded);
-    EXPECT_EQ(host.Destination()->At(1, 1)[0], 0);  // filled everywhere, as without a selection
-}
-
-TEST_F(plugin_entry_test, the_module_can_be_loaded_and_driven_again_after_unloading) {
-    OpenFilter(WhiteLayer(2, 2));
-    ASSERT_EQ(host.RunFilter(module), kHostCallSucceeded);
-    ASSERT_EQ(Call(kHostSelectorFilterTerminate), kHostCallSucceeded);
-    ASSERT_EQ(Call(kHostSelectorModuleTerminate), kHostCallSucceeded);
-    module.Unload();
-    std::string error;
-    ASSERT_TRUE(module.Load(BRIVANE_PLUGIN_MODULE, error)) << error;
-    OpenFilter(WhiteLayer(2, 2));
-    EXPECT_EQ(host.RunFilter(module), kHostCallSucceeded);
-    EXPECT_EQ(host.Log().updatedAreas.size(), 2u);
 }
 
 }  // namespace

@@ -92,7 +92,6 @@ TEST_F(plugin_manager_test, the_run_loop_follows_the_host_answers) {
          {"prepare", "update", "calculate", "update", "calculate", "exit"}},
         {"exit at the end", {go, stop}, {"prepare", "update", "calculate", "exit"}},
         {"an unknown end answer", {go, 999}, {"prepare", "update", "calculate", "exit"}},
-        {"a zero end answer", {go, 0}, {"prepare", "update", "calculate", "exit"}},
     };
     Attach();
     EXPECT_TRUE(manager->ExecuteFilter());
@@ -112,14 +111,6 @@ TEST_F(plugin_manager_test, the_run_loop_follows_the_host_answers) {
     host.scriptedAnswers = {again};
     EXPECT_EQ(manager->GetCurrentHostState(kHostProcessStateContinue), again);
     EXPECT_EQ(host.Log().process.back().first, kHostProcessStateContinue);
-}
-
-TEST_F(plugin_manager_test, a_host_without_a_run_record_gets_no_calculation) {
-    host.Records().filterRunRecord = nullptr;
-    Attach();
-    EXPECT_EQ(manager->GetCurrentHostState(kHostProcessStateContinue), kHostProcessAnswerExit);
-    manager->ExecuteFilter();
-    EXPECT_EQ(manager->calls, (Calls{"prepare", "exit"}));
 }
 
 TEST_F(plugin_manager_test, blocks_map_each_channel_order_and_write_back_their_rectangle) {
@@ -181,125 +172,6 @@ TEST_F(plugin_manager_test, blocks_map_each_channel_order_and_write_back_their_r
         EXPECT_TRUE(IsZero(manager->Destination()));
         EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
     }
-}
-
-TEST_F(plugin_manager_test, the_selection_block_holds_the_mask) {
-    SimImage mask = MakeImage(4, 2, kHostChannelOrderAlpha);
-    mask.pixels = {0, 1, 2, 3, 4, 5, 6, 7};
-    host.SetLayer(MakeImage(4, 2, kHostChannelOrderRgbAlpha));
-    host.SetSelection(mask);
-    Attach();
-    manager->AllocBitmap();
-    manager->AllocBitmap();  // again: the first bitmaps are not lost
-    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps + 3);
-    const BitmapBlock& selection = manager->Selection();
-    EXPECT_EQ(selection.offscreen, host.SelectionOffscreen());
-    EXPECT_EQ(selection.channelOrder, kHostChannelOrderAlpha);
-    EXPECT_EQ(selection.depth, 1);
-    ASSERT_NE(selection.pixels, nullptr);
-    EXPECT_EQ(selection.pixels[selection.rowBytes + 3], 7);
-    manager->ReleaseBitmap();
-    EXPECT_TRUE(IsZero(manager->Selection()));
-}
-
-TEST_F(plugin_manager_test, empty_or_missing_images_leave_the_blocks_unused) {
-    Attach();
-    manager->AllocBitmap();  // the host has no layer at all
-    EXPECT_TRUE(IsZero(manager->Source()));
-    host.SetLayer(MakeImage(0, 7, kHostChannelOrderRgbAlpha));
-    manager->AllocBitmap();
-    EXPECT_TRUE(IsZero(manager->Source()));
-    EXPECT_TRUE(IsZero(manager->Destination()));
-    manager->ApplyBitmap();
-    EXPECT_TRUE(host.Log().updatedAreas.empty());
-}
-
-TEST_F(plugin_manager_test, destroying_the_manager_releases_bitmaps_and_property) {
-    host.SetLayer(MakeImage(3, 2, kHostChannelOrderRgbAlpha));
-    Attach();
-    manager->InitFilter();
-    manager->InitFilter();  // opening the filter again replaces the panel without keeping the old one
-    manager->AllocBitmap();
-    EXPECT_EQ(LiveObjects().properties, baseline.properties + 1);
-    manager.reset();
-    EXPECT_EQ(LiveObjects().properties, baseline.properties);
-    EXPECT_EQ(LiveObjects().bitmaps, baseline.bitmaps);
-    EXPECT_EQ(host.Panel(), nullptr);
-}
-
-TEST_F(plugin_manager_test, notifications_17_and_33_reach_their_hooks_with_their_results) {
-    Attach();
-    manager->InitFilter();
-    EXPECT_NE(manager->Property(), nullptr);
-    EXPECT_EQ(host.Panel(), manager->Property());
-    EXPECT_EQ(host.Notify(205, kHostNotifyValueChanged), kHostPropertyModified);  // through the host
-    EXPECT_EQ(manager->changedProperty, manager->Property());
-
-    struct Case {
-        int64_t key, notification;
-        bool redraw;
-        int64_t result;
-    };
-    const Case cases[] = {
-        {224, kHostNotifyValueChanged, true, kHostPropertyModified},
-        {225, kHostNotifyValueChanged, false, kHostPropertyUnchanged},
-        {300, kHostNotifyButtonPushed, true, kHostPropertyUnchanged},
-        {301, 18, true, kHostPropertyUnchanged},
-    };
-    auto* property = reinterpret_cast<_Property*>(0x1234);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.key);
-        manager->redraw = c.redraw;
-        int64_t result = -7;
-        PluginManager::PropertyCallback(&result, property, c.key, c.notification, manager.get());
-        EXPECT_EQ(result, c.result);
-    }
-    EXPECT_EQ(manager->calls, (Calls{"changed 205", "changed 224", "changed 225", "pushed 300"}));
-    EXPECT_EQ(manager->changedProperty, property);
-    int64_t result = -7;
-    PluginManager::PropertyCallback(nullptr, property, 224, kHostNotifyValueChanged, manager.get());
-    PluginManager::PropertyCallback(&result, property, 224, kHostNotifyValueChanged, nullptr);
-    EXPECT_EQ(result, kHostPropertyUnchanged);
-}
-
-TEST_F(plugin_manager_test, layer_mode_bits_become_target_kinds) {
-    const std::pair<int64_t, Kinds> cases[] = {
-        {35, {257, 258, 262}},
-        {0, {}},
-        {-1, {257, 258, 259, 260, 261, 262}},  // bits above 5 are ignored
-        {0x40 | 0x4, {259}},
-    };
-    Attach();
-    for (const auto& [mode, kinds] : cases) {
-        manager->SetLayerMode(mode);
-        EXPECT_EQ(host.Log().targetKinds, kinds) << mode;
-    }
-}
-
-// Names, preview, empty-area drawing and progress are checked through the effect in controller_test.
-TEST_F(plugin_manager_test, document_queries_read_the_host_and_preview_can_be_turned_off) {
-    host.SetCanvasSize(640, 480);
-    host.resolution = 600.0;
-    host.mainColor = {0x10, 0x20, 0x30};
-    host.mainAlpha = 0x40;
-    Attach();
-    int64_t width = -1, height = -1;
-    manager->GetCanvasSize(width, height);
-    EXPECT_EQ(width, 640);
-    EXPECT_EQ(height, 480);
-    EXPECT_EQ(manager->GetDpi(), 600.0);
-    EXPECT_EQ(manager->GetMainColor(), 0x302010u);  // alpha dropped
-    manager->EnablePreview(false);
-    EXPECT_EQ(host.Log().canPreview, false);
-}
-
-TEST_F(plugin_manager_test, registration_sends_the_identifier_cut_to_the_buffer) {
-    manager->guid = std::string(200, 'x');
-    EXPECT_TRUE(manager->RegisterPlugin(host.GetServer()));
-    EXPECT_EQ(host.Log().moduleId, std::string(kGuidBufferSize - 1, 'x'));
-    EXPECT_FALSE(manager->IsValid());  // registration does not attach the server
-    host.hostVersion = -5;
-    EXPECT_FALSE(manager->RegisterPlugin(host.GetServer())) << "a negative version is as old as 0";
 }
 
 TEST_F(plugin_manager_test, a_manager_without_a_usable_server_answers_safely_and_ignores_notifications) {

@@ -54,71 +54,14 @@ protected:
         manager.AddComboBox(150, 't', rows, 3);
         manager.AddCanvas(170, 'd', kHostPointDefaultCentre);
     }
-    static std::vector<std::u16string> RowTexts(const SimItem& item) {
-        std::vector<std::u16string> texts;
-        for (const SimEnumRow& row : item.rows)
-            texts.push_back(row.text);
-        return texts;
-    }
-    static std::vector<int64_t> RowValues(const SimItem& item) {
-        std::vector<int64_t> values;
-        for (const SimEnumRow& row : item.rows)
-            values.push_back(row.value);
-        return values;
-    }
 
     SimHost host;
     PanelManager manager;
     SimLiveObjects baseline;
 };
 
-// Kinds, ranges, access keys and defaults of every item are checked through the effect's own panel in
-// controller_test; here what that panel cannot show.
-TEST_F(property_panel_test, items_get_their_caption_texts_display_kinds_and_row_values) {
-    AddEveryKind(true);
-    const std::pair<int64_t, std::u16string> captions[] = {{224, u"Spacing"},
-                                                           {162, u"Curvature"},
-                                                           {207, u"As distance"},
-                                                           {150, u"Arrangement"},
-                                                           {170, u"Point 1"}};
-    for (const auto& [key, caption] : captions)
-        EXPECT_EQ(Item(key).caption, caption) << key;
-    EXPECT_EQ(Item(224).displayKind, 17);
-    EXPECT_EQ(Item(224).inputKind, 17);
-    EXPECT_EQ(Item(162).inputKind, 17);
-    EXPECT_EQ(Item(170).displayKind, 17);
-    EXPECT_EQ(Item(170).inputKind, 49);
-    EXPECT_EQ(RowTexts(Item(150)), (std::vector<std::u16string>{u"Radiate", u"Parallel", u"Circle"}));
-    EXPECT_EQ(RowValues(Item(150)), (std::vector<int64_t>{0, 1, 2}));
-    EXPECT_EQ(Item(170).pointValue.x, 400);  // the simulated host places kind 37 at the centre
-    EXPECT_EQ(Item(170).pointValue.y, 300);
-}
-
-TEST_F(property_panel_test, a_list_from_texts_keeps_their_order_and_an_empty_list_has_default_0) {
-    manager.AddComboBox(140, 'r', std::vector<std::u16string>{u"(defaults)", u"dusk", u"", u"\u6f2b\u753b"});
-    const SimItem& item = Item(140);
-    EXPECT_EQ(item.caption, u"Preset");
-    EXPECT_EQ(RowTexts(item), (std::vector<std::u16string>{u"(defaults)", u"dusk", u"", u"\u6f2b\u753b"}));
-    EXPECT_EQ(RowValues(item), (std::vector<int64_t>{0, 1, 2, 3}));
-    manager.AddComboBoxItem(140, u"new", 4);
-    EXPECT_EQ(Item(140).rows.back().text, u"new");
-    EXPECT_EQ(Item(140).rows.back().value, 4);
-
-    manager.AddComboBox(150, 't', nullptr, 0);
-    manager.AddComboBox(141, 'r', std::vector<std::u16string>{});
-    for (int64_t key : {150, 141}) {
-        EXPECT_TRUE(Item(key).rows.empty()) << key;
-        EXPECT_EQ(Item(key).enumDefault, 0) << key;
-    }
-}
-
-TEST_F(property_panel_test, an_item_without_a_caption_text_is_still_added) {
-    manager.AddSlider(999, 'z', 0, 1, 0);
-    EXPECT_FALSE(Item(999).caption.has_value());
-    EXPECT_EQ(host.Log().missingResourceIds, (std::vector<int64_t>{999}));
-}
-
 TEST_F(property_panel_test, updates_report_a_change_only_when_the_value_differs) {
+    EXPECT_EQ(manager.GetResourceText(151), u"Radiate");  // texts need no item
     AddEveryKind(false);
     int64_t spacing = 50;
     double curvature = 1.0;
@@ -152,45 +95,6 @@ TEST_F(property_panel_test, updates_report_a_change_only_when_the_value_differs)
     EXPECT_FALSE(manager.UpdatePointValue(170, &point));
 }
 
-TEST_F(property_panel_test, sets_change_the_host_values_and_resets_bring_back_the_defaults) {
-    AddEveryKind(true);
-    manager.SetIntValue(224, 7);
-    manager.SetDoubleValue(162, -2.5);
-    manager.SetBoolValue(207, false);
-    manager.SetEnumValue(150, 1);
-    manager.SetPointValue(170, Point{-3, 12});
-    // The effect's presets check every kind of set through the host; here the values read back.
-    EXPECT_EQ(manager.GetEnumValue(150), 1);
-    EXPECT_EQ(Item(170).pointValue.x, -3);
-    EXPECT_EQ(Item(170).pointValue.y, 12);
-    EXPECT_EQ(Item(224).intDefault, 50);  // defaults stay where the items were created
-    EXPECT_EQ(Item(162).decDefault, 1.0);
-
-    int64_t spacing = 7, arrangement = 1;
-    double curvature = -2.5;
-    bool asDistance = false;
-    manager.ResetIntValue(224, spacing);
-    manager.ResetDoubleValue(162, curvature);
-    manager.ResetBoolValue(207, asDistance);
-    manager.ResetEnumValue(150, arrangement);
-    EXPECT_EQ(spacing, 50);
-    EXPECT_EQ(curvature, 1.0);
-    EXPECT_TRUE(asDistance);
-    EXPECT_EQ(arrangement, 0);
-    EXPECT_EQ(Item(224).intValue, 50);
-    EXPECT_EQ(Item(162).decValue, 1.0);
-    EXPECT_TRUE(Item(207).boolValue);
-    EXPECT_EQ(Item(150).enumValue, 0);
-}
-
-TEST_F(property_panel_test, resource_texts_stop_at_the_first_zero) {
-    EXPECT_EQ(manager.GetResourceText(151), u"Radiate");
-    EXPECT_EQ(manager.GetResourceText(300), u"");  // an empty text
-    EXPECT_EQ(manager.GetResourceText(301), u"");  // no text at all
-    host.Resources().Set(302, std::u16string(u"ab\0cd", 5));
-    EXPECT_EQ(manager.GetResourceText(302), u"ab");
-}
-
 TEST_F(property_panel_test, a_host_that_cannot_answer_leaves_the_fields_alone) {
     manager.AddSlider(224, 'a', 1, 1000, 50);
     host.PropertyService().getIntegerValue = nullptr;
@@ -207,36 +111,6 @@ TEST_F(property_panel_test, a_host_that_cannot_answer_leaves_the_fields_alone) {
     EXPECT_FALSE(manager.UpdatePointValue(170, &point));
     manager.AddComboBox(150, 't', std::vector<std::u16string>{u"a"});  // item added, rows skipped
     EXPECT_TRUE(Item(150).rows.empty());
-}
-
-TEST_F(property_panel_test, before_filter_initialise_every_operation_does_nothing) {
-    PanelManager fresh;
-    fresh.AttachServer(host.GetServer());
-    const int64_t rows[] = {151};
-    fresh.AddSlider(1, 'a', 0, 1, 0);
-    fresh.AddDblSlider(2, 'a', 0, 1, 0);
-    fresh.AddCheckBox(3, 'a', true);
-    fresh.AddComboBox(4, 'a', rows, 1);
-    fresh.AddComboBox(5, 'a', std::vector<std::u16string>{u"x"});
-    fresh.AddComboBoxItem(5, u"y", 1);
-    fresh.AddCanvas(6, 'a', kHostPointDefaultCentre);
-    int64_t value = 3;
-    double decimal = 3.0;
-    bool flag = true;
-    Point point{3, 3};
-    EXPECT_FALSE(fresh.UpdateIntValue(1, &value));
-    EXPECT_FALSE(fresh.UpdateEnumValue(4, &value));
-    EXPECT_FALSE(fresh.UpdateDoubleValue(2, &decimal));
-    EXPECT_FALSE(fresh.UpdateBoolValue(3, &flag));
-    EXPECT_FALSE(fresh.UpdatePointValue(6, &point));
-    fresh.ResetIntValue(1, value);
-    fresh.ResetDoubleValue(2, decimal);
-    fresh.ResetBoolValue(3, flag);
-    fresh.ResetEnumValue(4, value);
-    EXPECT_EQ(value, 3);
-    EXPECT_EQ(fresh.GetEnumValue(4), 0);
-    EXPECT_TRUE(host.Items().empty());
-    EXPECT_EQ(fresh.GetResourceText(151), u"Radiate");  // texts need no panel
 }
 
 }  // namespace

@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <fstream>
 #include <locale>
-#include <optional>
 #include <string>
 
 #include "storage/FileHelpers.h"
+#include "tests/support/TestSystem.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
@@ -18,26 +18,21 @@
 
 namespace brivane_test {
 
-// Points XDG_DATA_HOME at a fresh temporary folder for the life of the object, so that tests never touch
-// the real data folders, and creates the preset and guide folders inside it.
+// Gives the plug-in an empty data home for the life of the object (a fresh temporary folder with a
+// non-ASCII name where the system lets a program choose it), so that tests never touch the real data
+// folders, and creates the preset and guide folders inside it.
 class ScratchDataHome {
 public:
-    ScratchDataHome() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "brivane_home.XXXXXX").string();
-        root_ = mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-        if (const char* old = std::getenv("XDG_DATA_HOME")) old_ = old;
-        setenv("XDG_DATA_HOME", root_.c_str(), 1);
+    ScratchDataHome()
+        : scratch_(MakeScratchFolder("brivane_home.データ.")),
+          home_(scratch_),
+          root_(Utf8Text(home_.path())) {
         CreateDataDirectory(GetPluginDir(true));
         CreateDataDirectory(GetPluginDir(false));
     }
     ~ScratchDataHome() {
-        if (old_) {
-            setenv("XDG_DATA_HOME", old_->c_str(), 1);
-        } else {
-            unsetenv("XDG_DATA_HOME");
-        }
         std::error_code ignored;
-        if (!root_.empty()) std::filesystem::remove_all(root_, ignored);
+        if (!scratch_.empty()) std::filesystem::remove_all(scratch_, ignored);
     }
     ScratchDataHome(const ScratchDataHome&) = delete;
     ScratchDataHome& operator=(const ScratchDataHome&) = delete;
@@ -57,17 +52,18 @@ public:
     }
 
     static void Write(const std::string& path, const std::string& bytes) {
-        std::ofstream(path, std::ios::binary | std::ios::trunc)
+        std::ofstream(Utf8Path(path), std::ios::binary | std::ios::trunc)
             .write(bytes.data(), std::streamsize(bytes.size()));
     }
     static std::string Read(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
+        std::ifstream file(Utf8Path(path), std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }
 
 private:
+    std::filesystem::path scratch_;
+    DataHomeOverride home_;
     std::string root_;
-    std::optional<std::string> old_;
 };
 
 // Switches both the C library and the C++ global locale to one whose decimal point is a comma, for the
@@ -80,20 +76,19 @@ public:
         if (TryNames()) return;
         if (std::system("command -v localedef >/dev/null 2>&1") != 0) return;
         if (!std::filesystem::exists("/usr/share/i18n/locales/de_DE")) return;
-        std::string pattern = (std::filesystem::temp_directory_path() / "brivane_locale.XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) return;
-        compiled_ = pattern;
+        compiled_ = Utf8Text(MakeScratchFolder("brivane_locale."));
+        if (compiled_.empty()) return;
         const std::string command =
             "localedef -i de_DE -f UTF-8 '" + compiled_ + "/de_DE.UTF-8' >/dev/null 2>&1";
         if (std::system(command.c_str()) != 0 && !std::filesystem::exists(compiled_ + "/de_DE.UTF-8")) return;
-        setenv("LOCPATH", compiled_.c_str(), 1);
+        SetEnv("LOCPATH", compiled_.c_str());
         TryNames();
     }
     ~DecimalCommaLocale() {
         std::setlocale(LC_ALL, "C");
         std::locale::global(std::locale::classic());
         if (!compiled_.empty()) {
-            unsetenv("LOCPATH");
+            SetEnv("LOCPATH", nullptr);
             std::error_code ignored;
             std::filesystem::remove_all(compiled_, ignored);
         }

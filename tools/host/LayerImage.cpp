@@ -1,6 +1,7 @@
 #include "tools/host/LayerImage.h"
 
 #include <cstring>
+#include <vector>
 
 namespace brivane::tools {
 namespace {
@@ -9,28 +10,42 @@ struct Rgba8 {
     uint8_t r, g, b, a;
 };
 
-uint8_t Sample(const PngImage& png, size_t index) {
-    if (png.bitDepth != 16) return png.pixels[index];
-    uint16_t value;
-    std::memcpy(&value, png.pixels.data() + index * 2, 2);
-    return static_cast<uint8_t>(value >> 8);
+// One PNG row as RGBA (16-bit samples by their high byte), with the layout fixed so the loop is tight.
+template <int kChannels, int kSampleBytes>
+void RowToRgba8(const uint8_t* row, size_t width, Rgba8* out) {
+    auto sample = [row](size_t i) -> uint8_t {
+        if constexpr (kSampleBytes == 1) {
+            return row[i];
+        } else {
+            uint16_t value;
+            std::memcpy(&value, row + i * 2, 2);
+            return static_cast<uint8_t>(value >> 8);
+        }
+    };
+    for (size_t x = 0; x < width; ++x) {
+        const size_t at = x * kChannels;
+        if constexpr (kChannels <= 2) {
+            const uint8_t grey = sample(at);
+            out[x] = {grey, grey, grey, kChannels == 2 ? sample(at + 1) : uint8_t{255}};
+        } else {
+            out[x] = {sample(at), sample(at + 1), sample(at + 2),
+                      kChannels == 4 ? sample(at + 3) : uint8_t{255}};
+        }
+    }
 }
 
-Rgba8 PixelOf(const PngImage& png, size_t x, size_t y) {
-    const size_t base = (y * png.width + x) * static_cast<size_t>(png.channels);
+void RowToRgba8(const PngImage& png, uint32_t y, Rgba8* out) {
+    const uint8_t* row = png.pixels.data() + y * png.RowBytes();
+    const bool wide = png.bitDepth == 16;
     switch (png.channels) {
-        case 1: {
-            const uint8_t grey = Sample(png, base);
-            return {grey, grey, grey, 255};
-        }
-        case 2: {
-            const uint8_t grey = Sample(png, base);
-            return {grey, grey, grey, Sample(png, base + 1)};
-        }
+        case 1:
+            return wide ? RowToRgba8<1, 2>(row, png.width, out) : RowToRgba8<1, 1>(row, png.width, out);
+        case 2:
+            return wide ? RowToRgba8<2, 2>(row, png.width, out) : RowToRgba8<2, 1>(row, png.width, out);
         case 3:
-            return {Sample(png, base), Sample(png, base + 1), Sample(png, base + 2), 255};
+            return wide ? RowToRgba8<3, 2>(row, png.width, out) : RowToRgba8<3, 1>(row, png.width, out);
         default:
-            return {Sample(png, base), Sample(png, base + 1), Sample(png, base + 2), Sample(png, base + 3)};
+            return wide ? RowToRgba8<4, 2>(row, png.width, out) : RowToRgba8<4, 1>(row, png.width, out);
     }
 }
 
@@ -110,26 +125,33 @@ SimImage LayerFromPng(const PngImage& png, LayerKind kind) {
             layer = MakeImage(png.width, png.height, kHostChannelOrderAlpha);
             break;
     }
-    for (size_t y = 0; y < png.height; ++y) {
-        for (size_t x = 0; x < png.width; ++x) {
-            const Rgba8 p = PixelOf(png, x, y);
-            uint8_t* out = layer.At(static_cast<int64_t>(x), static_cast<int64_t>(y));
-            switch (layer.channelOrder) {
-                case kHostChannelOrderRgbAlpha:
-                case kHostChannelOrderRgba:
-                    out[layer.channelIndex[0]] = p.r;
-                    out[layer.channelIndex[1]] = p.g;
-                    out[layer.channelIndex[2]] = p.b;
-                    out[layer.channelIndex[3]] = p.a;
-                    break;
-                case kHostChannelOrderAlpha:
-                    out[0] = HasAlpha(png) ? p.a : static_cast<uint8_t>(255 - Luminance(p));
-                    break;
-                default:
-                    out[0] = Luminance(p);
-                    out[1] = p.a;
-                    break;
-            }
+    std::vector<Rgba8> rgba(png.width);
+    const bool hasAlpha = HasAlpha(png);
+    const int64_t* index = layer.channelIndex;
+    for (uint32_t y = 0; y < png.height; ++y) {
+        RowToRgba8(png, y, rgba.data());
+        uint8_t* out = layer.At(0, y);
+        switch (layer.channelOrder) {
+            case kHostChannelOrderRgbAlpha:
+            case kHostChannelOrderRgba:
+                for (const Rgba8& p : rgba) {
+                    out[index[0]] = p.r;
+                    out[index[1]] = p.g;
+                    out[index[2]] = p.b;
+                    out[index[3]] = p.a;
+                    out += 4;
+                }
+                break;
+            case kHostChannelOrderAlpha:
+                for (const Rgba8& p : rgba)
+                    *out++ = hasAlpha ? p.a : static_cast<uint8_t>(255 - Luminance(p));
+                break;
+            default:
+                for (const Rgba8& p : rgba) {
+                    *out++ = Luminance(p);
+                    *out++ = p.a;
+                }
+                break;
         }
     }
     return layer;
@@ -137,17 +159,21 @@ SimImage LayerFromPng(const PngImage& png, LayerKind kind) {
 
 SimImage SelectionFromPng(const PngImage& png) {
     SimImage mask = MakeImage(png.width, png.height, kHostChannelOrderAlpha);
-    for (size_t y = 0; y < png.height; ++y) {
-        for (size_t x = 0; x < png.width; ++x) {
-            const Rgba8 p = PixelOf(png, x, y);
-            *mask.At(static_cast<int64_t>(x), static_cast<int64_t>(y)) =
-                static_cast<uint8_t>((Luminance(p) * p.a + 127) / 255);
-        }
+    std::vector<Rgba8> rgba(png.width);
+    for (uint32_t y = 0; y < png.height; ++y) {
+        RowToRgba8(png, y, rgba.data());
+        uint8_t* out = mask.At(0, y);
+        for (const Rgba8& p : rgba)
+            *out++ = static_cast<uint8_t>((Luminance(p) * p.a + 127) / 255);
     }
     return mask;
 }
 
-PngImage PngFromLayer(const SimImage& layer) {
+namespace {
+
+// The PNG layout of a layer: RGBA for colour layers, grey with alpha for grey and mask layers, grey
+// for an alpha layer; `pixels` left empty.
+PngImage PngLayoutOf(const SimImage& layer) {
     PngImage png;
     png.width = static_cast<uint32_t>(layer.width);
     png.height = static_cast<uint32_t>(layer.height);
@@ -165,21 +191,51 @@ PngImage PngFromLayer(const SimImage& layer) {
             png.channels = 1;
             break;
     }
-    png.pixels.resize(png.RowBytes() * png.height);
-    uint8_t* out = png.pixels.data();
-    for (int64_t y = 0; y < layer.height; ++y) {
-        for (int64_t x = 0; x < layer.width; ++x) {
-            const uint8_t* in = layer.At(x, y);
-            if (png.channels == 4) {
-                for (int c = 0; c < 4; ++c)
-                    *out++ = in[layer.channelIndex[c]];
-            } else {
-                for (int c = 0; c < png.channels; ++c)
-                    *out++ = in[c];
-            }
+    return png;
+}
+
+// Row y of the layer in its PNG layout.
+void LayerRowToPng(const SimImage& layer, int channels, int64_t y, uint8_t* out) {
+    const size_t width = static_cast<size_t>(layer.width);
+    const uint8_t* in = layer.At(0, y);
+    if (channels == 4) {
+        const int64_t* index = layer.channelIndex;
+        for (size_t x = 0; x < width; ++x, in += 4, out += 4) {
+            out[0] = in[index[0]];
+            out[1] = in[index[1]];
+            out[2] = in[index[2]];
+            out[3] = in[index[3]];
+        }
+    } else if (layer.depth == channels) {
+        std::memcpy(out, in, width * channels);
+    } else {
+        for (size_t x = 0; x < width; ++x, in += layer.depth) {
+            for (int c = 0; c < channels; ++c)
+                *out++ = in[c];
         }
     }
+}
+
+}  // namespace
+
+PngImage PngFromLayer(const SimImage& layer) {
+    PngImage png = PngLayoutOf(layer);
+    png.pixels.resize(png.RowBytes() * png.height);
+    for (int64_t y = 0; y < layer.height; ++y)
+        LayerRowToPng(layer, png.channels, y, png.pixels.data() + y * png.RowBytes());
     return png;
+}
+
+bool WriteLayerPng(const std::string& path, const SimImage& layer, std::string& error) {
+    const PngImage header = PngLayoutOf(layer);
+    PngWriter writer;
+    if (!writer.Open(path, header, PngCompression::kFast, error)) return false;
+    std::vector<uint8_t> row(header.RowBytes());
+    for (int64_t y = 0; y < layer.height; ++y) {
+        LayerRowToPng(layer, header.channels, y, row.data());
+        if (!writer.WriteRow(row.data(), error)) return false;
+    }
+    return writer.Finish(error);
 }
 
 }  // namespace brivane::tools

@@ -1,6 +1,7 @@
 // Conversions between PNG files and the simulated host's layers and selection.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "tools/common/PngImage.h"
@@ -32,5 +33,7 @@ SimImage SelectionFromPng(const PngImage& png);
 // An 8-bit PNG of a layer: RGBA for colour layers, grey with alpha for grey and mask layers, grey for an
 // alpha layer.
 PngImage PngFromLayer(const SimImage& layer);
+// Writes that PNG a row at a time, without holding it whole.
+bool WriteLayerPng(const std::string& path, const SimImage& layer, std::string& error);
 
 }  // namespace brivane::tools

@@ -1,4 +1,6 @@
-// PluginModule: a plug-in module loaded with dlopen, and the data slot the host keeps for it.
+// PluginModule: a plug-in module loaded with dlopen (LoadLibraryW on Windows), and the data slot the host
+// keeps for it. The loading is the one piece of the tools that knows the system: PluginModulePosix.cpp or
+// PluginModuleWindows.cpp, picked by the build.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +25,11 @@ public:
 
     // Calls the entry with this module's data slot; returns the result word (-1 unless the entry wrote
     // something else, and -1 when nothing is loaded).
-    int64_t Call(int64_t selector, Server* server);
+    int64_t Call(int64_t selector, Server* server) {
+        int64_t result = kHostCallFailed;
+        if (m_entry) m_entry(&result, &m_slot, selector, server, nullptr);
+        return result;
+    }
     void* Slot() const { return m_slot; }
     void SetSlot(void* slot) { m_slot = slot; }
     TriglavPluginCallProc Entry() const { return m_entry; }

@@ -1,8 +1,12 @@
 #include "tools/host/SimHost.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <unordered_set>
 #include <utility>
@@ -14,9 +18,15 @@ struct SimString {
     std::u16string text;
 };
 
+struct FreeBitmapData {
+    void operator()(uint8_t* data) const { std::free(data); }
+};
+
 struct SimBitmap {
     SimBitmapInfo info;
-    std::vector<uint8_t> data;
+    // calloc: a large bitmap starts as untouched zero pages, so the copy that usually follows writes
+    // each byte once rather than twice.
+    std::unique_ptr<uint8_t[], FreeBitmapData> data;
 };
 
 struct SimProperty {
@@ -584,10 +594,28 @@ HostResult GetRgbaChannelIndex(HostOffscreen offscreen, int64_t* red, int64_t* g
     return kHostResultOk;
 }
 
+std::atomic<int64_t> g_bitmapServiceNanoseconds{0};
+
+// Adds the lifetime of the object to BitmapServiceSeconds.
+class ServiceClock {
+public:
+    ServiceClock() : m_start(std::chrono::steady_clock::now()) {}
+    ~ServiceClock() {
+        const auto spent = std::chrono::steady_clock::now() - m_start;
+        g_bitmapServiceNanoseconds += std::chrono::duration_cast<std::chrono::nanoseconds>(spent).count();
+    }
+    ServiceClock(const ServiceClock&) = delete;
+    ServiceClock& operator=(const ServiceClock&) = delete;
+
+private:
+    std::chrono::steady_clock::time_point m_start;
+};
+
 // Copies the overlap of a width x height area between a bitmap and an offscreen of the same depth.
 HostResult Copy(const char* op, bool toBitmap, HostBitmap bitmap, const HostPoint* bitmapPosition,
                 HostOffscreen offscreen, const HostPoint* offscreenPosition, int64_t width, int64_t height,
                 int64_t mode) {
+    const ServiceClock clock;
     SimBitmap* target = AsBitmap(bitmap, op);
     SimImage* image = AsOffscreen(offscreen, op);
     if (!target || !image) return kHostResultBadArgument;
@@ -605,7 +633,7 @@ HostResult Copy(const char* op, bool toBitmap, HostBitmap bitmap, const HostPoin
     const int64_t x1 = std::min({width, target->info.width - b.x, image->width - o.x});
     const int64_t y1 = std::min({height, target->info.height - b.y, image->height - o.y});
     for (int64_t y = y0; y < y1; ++y) {
-        uint8_t* bitmapRow = target->data.data() + (b.y + y) * target->info.rowBytes + (b.x + x0) * depth;
+        uint8_t* bitmapRow = target->data.get() + (b.y + y) * target->info.rowBytes + (b.x + x0) * depth;
         uint8_t* imageRow = image->At(o.x + x0, o.y + y);
         const size_t bytes = static_cast<size_t>((x1 - x0) * depth);
         if (x1 <= x0) break;
@@ -633,6 +661,7 @@ HostResult CopyFromBitmap(HostBitmap bitmap, const HostPoint* bitmapPosition, Ho
 
 HostResult CreateBitmap(HostBitmap* out, int64_t width, int64_t height, int64_t channelCode,
                         int64_t scanline) {
+    const ServiceClock clock;
     const int64_t depth = DepthOfChannelCode(channelCode);
     if (!out) return BadArgument("createBitmap", "null out-parameter");
     if (depth == 0) return BadArgument("createBitmap", "unknown channel code " + std::to_string(channelCode));
@@ -644,9 +673,12 @@ HostResult CreateBitmap(HostBitmap* out, int64_t width, int64_t height, int64_t 
     if (width > kMaxBitmapBytes / depth / height) return kHostResultFailed;
     // Rows are padded to 16 bytes, as hosts commonly align them, so a plug-in must honour rowBytes.
     const int64_t rowBytes = (width * depth + 15) / 16 * 16;
+    std::unique_ptr<uint8_t[], FreeBitmapData> data(
+        static_cast<uint8_t*>(std::calloc(static_cast<size_t>(rowBytes * height), 1)));
+    if (!data) return kHostResultFailed;
     auto* bitmap = new SimBitmap;
     bitmap->info = {width, height, channelCode, scanline, depth, rowBytes};
-    bitmap->data.assign(static_cast<size_t>(rowBytes * height), 0);
+    bitmap->data = std::move(data);
     TheRegistry().Add(Kind::Bitmap, bitmap);
     *out = reinterpret_cast<HostBitmap>(bitmap);
     return kHostResultOk;
@@ -672,7 +704,7 @@ HostResult GetAddress(HostBitmap bitmap, const HostPoint* position, void** addre
     if (position->x < 0 || position->y < 0 || position->x >= sim->info.width ||
         position->y >= sim->info.height)
         return BadArgument("getAddress", "position outside the bitmap");
-    *address = sim->data.data() + position->y * sim->info.rowBytes + position->x * sim->info.depth;
+    *address = sim->data.get() + position->y * sim->info.rowBytes + position->x * sim->info.depth;
     return kHostResultOk;
 }
 
@@ -754,6 +786,10 @@ bool DescribeBitmap(HostBitmap bitmap, SimBitmapInfo& info) {
     return true;
 }
 
+double BitmapServiceSeconds() {
+    return static_cast<double>(g_bitmapServiceNanoseconds.load()) * 1e-9;
+}
+
 std::vector<std::string> TakeProtocolErrors() {
     return TheRegistry().TakeErrors();
 }
@@ -833,7 +869,10 @@ int64_t SimHost::RunFilter(PluginModule& module) {
     if (m_source && m_destination) m_destination->pixels = m_source->pixels;
     m_cancelled = false;
     m_passProgress = -1;
-    return module.Call(kHostSelectorFilterRun, GetServer());
+    const auto start = std::chrono::steady_clock::now();
+    const int64_t result = module.Call(kHostSelectorFilterRun, GetServer());
+    m_pluginSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return result;
 }
 
 void SimHost::NoteProgress(int64_t value) {

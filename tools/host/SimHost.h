@@ -124,6 +124,10 @@ struct SimBitmapInfo {
 };
 bool DescribeBitmap(HostBitmap bitmap, SimBitmapInfo& info);
 
+// Seconds the host has spent, over the whole process, in the bitmap services that move or clear
+// pixels (create, copy to and from an offscreen): the host's own share of a filter run.
+double BitmapServiceSeconds();
+
 // Misuse the host noticed (unknown handles, unknown items, kind mismatches), oldest first; taking
 // them clears the list.
 std::vector<std::string> TakeProtocolErrors();
@@ -180,6 +184,8 @@ public:
     // ---- Runs ----
     // Resets the destination to the layer and the cancel state, then calls the filter-run selector.
     int64_t RunFilter(PluginModule& module);
+    // Seconds spent inside the plug-in's entry point during RunFilter, over all runs.
+    double PluginSeconds() const { return m_pluginSeconds; }
 
     // ---- The panel ----
     // The property object the plug-in handed over; null before filter initialise.
@@ -229,6 +235,7 @@ private:
     int64_t m_canvasHeight = 0;
     bool m_cancelled = false;
     int64_t m_passProgress = -1;  // last progress value of the current pass
+    double m_pluginSeconds = 0.0;
     _Property* m_panel = nullptr;
     HostPropertyCallbackProc m_callback = nullptr;
     void* m_callbackData = nullptr;

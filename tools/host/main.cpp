@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -20,7 +21,7 @@ namespace brivane::tools {
 namespace {
 
 constexpr const char* kUsage =
-    R"(usage: brivane-host [options]
+    R"(Usage: brivane-host [options]
 
 Loads the brivane plug-in module into a simulated painting host and drives it: module initialise,
 filter initialise, panel changes, one or more filter runs, filter terminate, module terminate.
@@ -38,10 +39,13 @@ filter initialise, panel changes, one or more filter runs, filter terminate, mod
       --restart N           answer "restart" at the end of the first N passes of each run
       --cancel-at STEP      cancel each run once its progress reaches STEP of the plug-in's total
       --panel               print the panel the plug-in built (after the --set and --press changes)
-      --module FILE.so      the plug-in module (default: the one built with this program)
+      --module FILE.so      the plug-in module (default: the installed one, else the built one)
       --resources FILE      caption texts, lines of id = text (default: beside the module)
   -q, --quiet               no progress bar and no notes
+      --timings             print where the time went: reading, making layers, inside the plug-in
+                            (its own work and the host's bitmap services it called), writing
   -h, --help                show this text
+      --version             show the version
 
 Exit status: 0 done, 1 the plug-in failed a call or misused the host, 2 bad input.
 )";
@@ -66,7 +70,9 @@ struct Options {
     int64_t cancelAt = -1;
     bool panel = false;
     bool quiet = false;
+    bool timings = false;
     bool help = false;
+    bool version = false;
 };
 
 int Fail(const std::string& message) {
@@ -137,10 +143,14 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         std::string text;
         if (arg == "-h" || arg == "--help") {
             options.help = true;
+        } else if (arg == "--version") {
+            options.version = true;
         } else if (arg == "-q" || arg == "--quiet") {
             options.quiet = true;
         } else if (arg == "--panel") {
             options.panel = true;
+        } else if (arg == "--timings") {
+            options.timings = true;
         } else if (arg == "-i" || arg == "--input") {
             if (!value(options.input)) return false;
         } else if (arg == "-o" || arg == "--output") {
@@ -222,7 +232,11 @@ std::string FirstExisting(const std::vector<std::filesystem::path>& candidates) 
 
 std::string ModulePath(const Options& options) {
     if (!options.module.empty()) return options.module;
-    const std::string found = FirstExisting({ExecutableDir() / kModuleFileName, BRIVANE_DEFAULT_MODULE});
+    // Beside the program, then where an install puts it (relative, so a moved prefix still works), then
+    // the one built with it.
+    const std::string found = FirstExisting({ExecutableDir() / kModuleFileName,
+                                             ExecutableDir() / BRIVANE_INSTALLED_MODULE_DIR / kModuleFileName,
+                                             BRIVANE_DEFAULT_MODULE});
     return found.empty() ? std::string(BRIVANE_DEFAULT_MODULE) : found;
 }
 
@@ -356,6 +370,28 @@ private:
     bool m_drawn = false;
 };
 
+// Wall-clock seconds of the phases --timings reports.
+struct Timings {
+    std::chrono::steady_clock::time_point mark = std::chrono::steady_clock::now();
+    double read = 0, layers = 0, runs = 0, write = 0;
+    // Seconds since the last call (or since construction).
+    double Lap() {
+        const auto now = std::chrono::steady_clock::now();
+        const double seconds = std::chrono::duration<double>(now - mark).count();
+        mark = now;
+        return seconds;
+    }
+    void Print(const SimHost& host, double services) const {
+        const double inside = host.PluginSeconds();
+        std::fprintf(stderr,
+                     "brivane-host: timings: read %.3f s, layers %.3f s, filter runs %.3f s, write %.3f s\n"
+                     "brivane-host: timings: inside the plug-in %.3f s = its own work %.3f s + host bitmap "
+                     "services %.3f s; the host's own work %.3f s\n",
+                     read, layers, runs, write, inside, inside - services, services,
+                     read + layers + (runs - inside) + write + services);
+    }
+};
+
 int Run(const Options& options) {
     if (!options.output.empty() && options.input.empty()) return Fail("--output needs an --input layer");
     if (!options.selection.empty() && options.input.empty())
@@ -371,12 +407,15 @@ int Run(const Options& options) {
 
     std::string error;
     std::optional<LayerKind> layerKind;
+    Timings timings;
     if (!options.input.empty()) {
         PngImage png;
         if (!ReadPng(options.input, png, error)) return Fail(error);
         if (png.width == 0 || png.height == 0) return Fail(options.input + ": empty image");
+        timings.read += timings.Lap();
         layerKind = options.layerKind.value_or(DefaultLayerKind(png));
         host.SetLayer(LayerFromPng(png, *layerKind));
+        timings.layers += timings.Lap();
         if (!options.selection.empty()) {
             PngImage mask;
             if (!ReadPng(options.selection, mask, error)) return Fail(error);
@@ -385,6 +424,7 @@ int Run(const Options& options) {
                             std::to_string(mask.height) + ", the layer " + std::to_string(png.width) + "x" +
                             std::to_string(png.height));
             host.SetSelection(SelectionFromPng(mask));
+            timings.layers += timings.Lap();
         }
     }
 
@@ -431,6 +471,8 @@ int Run(const Options& options) {
 
     ProgressBar bar(!options.quiet && isatty(STDERR_FILENO));
     host.onProgress = [&bar](int64_t value, int64_t total) { bar.Show(value, total); };
+    const double servicesBefore = BitmapServiceSeconds();
+    timings.Lap();
     for (int64_t run = 1; status == 0 && layerKind && run <= options.runs; ++run) {
         host.restartsLeft = static_cast<int>(options.restarts);
         bar.Begin(run);
@@ -444,6 +486,9 @@ int Run(const Options& options) {
             Note(options, "run " + std::to_string(run) + " cancelled");
         }
     }
+
+    timings.runs += timings.Lap();
+    const double services = BitmapServiceSeconds() - servicesBefore;
 
     if (module.Slot()) {
         if (module.Call(kHostSelectorFilterTerminate, server) != kHostCallSucceeded && status == 0) {
@@ -469,8 +514,11 @@ int Run(const Options& options) {
     }
 
     if (status != 2 && !options.output.empty() && host.Destination()) {
-        if (!WritePng(options.output, PngFromLayer(*host.Destination()), error)) return Fail(error);
+        timings.Lap();
+        if (!WriteLayerPng(options.output, *host.Destination(), error)) return Fail(error);
+        timings.write += timings.Lap();
     }
+    if (options.timings) timings.Print(host, services);
     return status;
 }
 
@@ -484,6 +532,10 @@ int main(int argc, char** argv) {
     if (!ParseOptions(argc, argv, options, error)) return Fail(error);
     if (options.help) {
         std::fputs(kUsage, stdout);
+        return 0;
+    }
+    if (options.version) {
+        std::puts("brivane-host " BRIVANE_VERSION);
         return 0;
     }
     return Run(options);

@@ -1,19 +1,16 @@
-#include "engine/MoveEffectFilter.h"
-#include "tools/render/LayerImage.h"
-#include "tools/render/Renderer.h"
+#include "tools/render/EffectLayer.h"
 
-// The engine run itself, apart from the file handling around it, so that builds without libpng (the
-// web page) link the same code path as brivane-render.
+#include <utility>
+
 namespace brivane::tools {
 
-bool RenderEffectLayer(const MoveEffectParam& param, const PointTarget& target, PathParser& guide,
-                       const PngImage& layer, Rgb color, const ProgressFn& progress, PngImage& out) {
+bool ApplyEffectTo(MoveEffectFilter& filter, const PointTarget& target, PathParser& guide, EngineLayer& layer,
+                   const ProgressFn& progress) {
     struct Progress {
         const ProgressFn* fn;
         bool stopped;
     } state{&progress, false};
 
-    MoveEffectFilter filter(param);
     filter.SetTarget(target);
     filter.AttachGuide(&guide);
     if (progress) {
@@ -25,25 +22,26 @@ bool RenderEffectLayer(const MoveEffectParam& param, const PointTarget& target, 
             },
             &state);
     }
-    EngineLayer engineLayer(layer);
-    const MoveEffectImageParam image = engineLayer.Describe();
+    const MoveEffectImageParam image = layer.Describe();
     filter.SetBaseImage(&image);
     filter.ApplyEffect(false);
-    if (state.stopped) return false;
+    return !state.stopped;
+}
 
-    // The plug-in hands a grey layer the grey of its main colour.
-    unsigned char colour[5] = {color.r, color.g, color.b, 0, 0};
-    if (engineLayer.IsGrey()) {
-        const auto grey = static_cast<unsigned char>((77 * color.r + 150 * color.g + 29 * color.b) >> 8);
-        colour[0] = colour[1] = colour[2] = grey;
-    }
+bool RenderEffectLayer(const MoveEffectParam& param, const PointTarget& target, PathParser& guide,
+                       const PngImage& layer, Rgb color, const ProgressFn& progress, PngImage& out) {
+    MoveEffectFilter filter(param);
+    EngineLayer engineLayer(layer);
+    if (!ApplyEffectTo(filter, target, guide, engineLayer, progress)) return false;
+
+    LineColour colour(color, engineLayer.IsGrey());
     PngImage result;
     result.width = layer.width;
     result.height = layer.height;
     result.channels = 4;
     result.bitDepth = 8;
     result.pixels.resize(result.RowBytes() * result.height);
-    filter.DrawToCanvas(0, 0, colour, result.pixels.data(), static_cast<int>(result.RowBytes()));
+    filter.DrawToCanvas(0, 0, colour.samples, result.pixels.data(), static_cast<int>(result.RowBytes()));
     out = std::move(result);
     return true;
 }

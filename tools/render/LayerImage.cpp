@@ -9,55 +9,131 @@ uint8_t To8Bit(uint16_t v) {
     return static_cast<uint8_t>((v * 255u + 32767u) / 65535u);
 }
 
-// Reads sample i of a pixel in the image's own depth, as 0..255.
-uint8_t Sample8(const PngImage& png, size_t pixel, int i) {
-    if (png.bitDepth == 8) return png.pixels[pixel * png.channels + i];
+// Reads sample i of a row in the layout's own depth, as 0..255.
+uint8_t Sample8(const PngImage& layout, const uint8_t* row, size_t i) {
+    if (layout.bitDepth == 8) return row[i];
     uint16_t v;
-    std::memcpy(&v, &png.pixels[(pixel * png.channels + i) * 2], 2);
+    std::memcpy(&v, row + i * 2, 2);
     return To8Bit(v);
 }
 
 }  // namespace
 
-EngineLayer::EngineLayer(const PngImage& png) : m_png(png) {
-    const bool grey = png.channels <= 2;
-    const bool hasAlpha = png.channels == 2 || png.channels == 4;
-    m_colorModel = grey ? 1 : 0;
-    m_channels = grey ? 2 : 4;
+uint8_t GreyOf(unsigned red, unsigned green, unsigned blue) {
+    return static_cast<uint8_t>((77 * red + 150 * green + 29 * blue) >> 8);
+}
+
+EngineLayer::EngineLayer(const PngImage& png) {
+    std::string ignored;
+    Begin(png, ignored);
+    for (uint32_t y = 0; y < m_height; ++y) {
+        std::memcpy(Row(y), png.pixels.data() + y * png.RowBytes(), png.RowBytes());
+        RowDone(y);
+    }
+}
+
+bool EngineLayer::Begin(const PngImage& header, std::string&) {
+    m_width = header.width;
+    m_height = header.height;
+    m_fileChannels = header.channels;
+    m_sampleBytes = header.bitDepth / 8;
+    const bool grey = header.channels <= 2;
+    m_colorModel = grey || m_sampleBytes == 1 ? 1 : 0;
+    m_channels = m_colorModel == 1 ? 2 : 4;
     for (int i = 0; i < m_channels; ++i)
         m_offsets[i] = static_cast<uint8_t>(i);
-    if (hasAlpha) return;
+    const size_t layerRow = static_cast<size_t>(m_width) * m_channels * m_sampleBytes;
+    m_pixels.assign(layerRow * m_height, 0);
+    // Files already in the layer's layout are decoded in place.
+    if (m_fileChannels != m_channels) m_fileRow.assign(header.RowBytes(), 0);
+    return true;
+}
 
-    // Add an opaque alpha sample after the colour samples of every pixel.
-    const size_t sampleBytes = png.bitDepth / 8;
-    const size_t colourBytes = png.channels * sampleBytes;
-    const size_t count = static_cast<size_t>(png.width) * png.height;
-    m_withAlpha.resize(count * (colourBytes + sampleBytes));
-    uint8_t* dst = m_withAlpha.data();
-    const uint8_t* src = png.pixels.data();
-    for (size_t i = 0; i < count; ++i) {
-        std::memcpy(dst, src, colourBytes);
-        std::memset(dst + colourBytes, 0xFF, sampleBytes);  // 255, or 65535 in either byte order
-        dst += colourBytes + sampleBytes;
-        src += colourBytes;
+uint8_t* EngineLayer::Row(uint32_t y) {
+    if (!m_fileRow.empty()) return m_fileRow.data();
+    return m_pixels.data() + static_cast<size_t>(y) * m_width * m_channels * m_sampleBytes;
+}
+
+void EngineLayer::RowDone(uint32_t y) {
+    if (m_fileRow.empty()) return;
+    const uint8_t* in = m_fileRow.data();
+    uint8_t* out = m_pixels.data() + static_cast<size_t>(y) * m_width * m_channels * m_sampleBytes;
+    if (m_sampleBytes == 1 && m_fileChannels >= 3) {
+        // Colour as grey: the engine's depth of (grey, alpha) equals that of (R, G, B, alpha).
+        const bool alpha = m_fileChannels == 4;
+        for (uint32_t x = 0; x < m_width; ++x, in += m_fileChannels, out += 2) {
+            out[0] = GreyOf(in[0], in[1], in[2]);
+            out[1] = alpha ? in[3] : 255;
+        }
+        return;
+    }
+    // No alpha in the file: add an opaque sample after the colour samples of every pixel.
+    const size_t colourBytes = static_cast<size_t>(m_fileChannels) * m_sampleBytes;
+    for (uint32_t x = 0; x < m_width; ++x) {
+        std::memcpy(out, in, colourBytes);
+        std::memset(out + colourBytes, 0xFF, m_sampleBytes);  // 255, or 65535 in either byte order
+        in += colourBytes;
+        out += colourBytes + m_sampleBytes;
     }
 }
 
 MoveEffectImageParam EngineLayer::Describe() {
     MoveEffectImageParam image{};
     image.colorModel = m_colorModel;
-    image.sampleFormat = m_png.bitDepth == 16 ? 1 : 0;
+    image.sampleFormat = m_sampleBytes == 2 ? 1 : 0;
     image.invertGray = false;  // a grey sample is brightness: black is ink
     image.channelOffsets = m_offsets;
     image.channelCount = static_cast<int8_t>(m_channels);
-    image.width = m_png.width;
-    image.height = m_png.height;
-    image.rowBytes = static_cast<uint32_t>(m_png.width * m_channels * (m_png.bitDepth / 8));
-    image.pixels = m_withAlpha.empty() ? m_png.pixels.data() : m_withAlpha.data();
+    image.width = m_width;
+    image.height = m_height;
+    image.rowBytes = static_cast<uint32_t>(m_width * m_channels * m_sampleBytes);
+    image.pixels = m_pixels.data();
     image.maskFormat = 0;
     image.maskRowBytes = 0;
     image.mask = nullptr;
     return image;
+}
+
+void ToRgba8Row(const PngImage& layout, const uint8_t* row, uint8_t* out) {
+    const size_t channels = static_cast<size_t>(layout.channels);
+    for (size_t i = 0; i < layout.width; ++i, out += 4) {
+        const size_t at = i * channels;
+        switch (channels) {
+            case 1:
+            case 2:
+                out[0] = out[1] = out[2] = Sample8(layout, row, at);
+                out[3] = channels == 2 ? Sample8(layout, row, at + 1) : 255;
+                break;
+            default:
+                for (size_t c = 0; c < 3; ++c)
+                    out[c] = Sample8(layout, row, at + c);
+                out[3] = channels == 4 ? Sample8(layout, row, at + 3) : 255;
+                break;
+        }
+    }
+}
+
+void CompositeOverRow(uint8_t* below, const uint8_t* above, size_t count) {
+    for (size_t i = 0; i < count; ++i, below += 4, above += 4) {
+        const uint32_t aa = above[3];
+        if (aa == 0) continue;
+        // Straight alpha: out = a + b (1 - a), colours weighted by their alphas.
+        const uint32_t ba = below[3] * (255 - aa);  // below's share, scaled by 255
+        const uint32_t oa = aa * 255 + ba;          // out alpha, scaled by 255
+        for (int c = 0; c < 3; ++c)
+            below[c] = static_cast<uint8_t>((above[c] * aa * 255 + below[c] * ba + oa / 2) / oa);
+        below[3] = static_cast<uint8_t>((oa + 127) / 255);
+    }
+}
+
+void FlattenRow(uint8_t* rgba, size_t count, Rgb background) {
+    const uint8_t bg[3] = {background.r, background.g, background.b};
+    for (size_t i = 0; i < count; ++i, rgba += 4) {
+        const uint32_t a = rgba[3];
+        for (int c = 0; c < 3; ++c)
+            rgba[c] = static_cast<uint8_t>((rgba[c] * a + bg[c] * (255 - a) + 127) / 255);
+        rgba[3] = 255;
+    }
 }
 
 PngImage ToRgba8(const PngImage& png) {
@@ -66,52 +142,19 @@ PngImage ToRgba8(const PngImage& png) {
     out.height = png.height;
     out.channels = 4;
     out.bitDepth = 8;
-    const size_t count = static_cast<size_t>(png.width) * png.height;
-    out.pixels.resize(count * 4);
-    for (size_t i = 0; i < count; ++i) {
-        uint8_t* p = &out.pixels[i * 4];
-        switch (png.channels) {
-            case 1:
-            case 2:
-                p[0] = p[1] = p[2] = Sample8(png, i, 0);
-                p[3] = png.channels == 2 ? Sample8(png, i, 1) : 255;
-                break;
-            default:
-                for (int c = 0; c < 3; ++c)
-                    p[c] = Sample8(png, i, c);
-                p[3] = png.channels == 4 ? Sample8(png, i, 3) : 255;
-                break;
-        }
-    }
+    out.pixels.resize(out.RowBytes() * png.height);
+    for (uint32_t y = 0; y < png.height; ++y)
+        ToRgba8Row(png, png.pixels.data() + y * png.RowBytes(), out.pixels.data() + y * out.RowBytes());
     return out;
 }
 
 void CompositeOver(PngImage& below, const PngImage& above) {
-    const size_t count = static_cast<size_t>(below.width) * below.height;
-    for (size_t i = 0; i < count; ++i) {
-        uint8_t* b = &below.pixels[i * 4];
-        const uint8_t* a = &above.pixels[i * 4];
-        const uint32_t aa = a[3];
-        if (aa == 0) continue;
-        // Straight alpha: out = a + b (1 - a), colours weighted by their alphas.
-        const uint32_t ba = b[3] * (255 - aa);  // below's share, scaled by 255
-        const uint32_t oa = aa * 255 + ba;      // out alpha, scaled by 255
-        for (int c = 0; c < 3; ++c)
-            b[c] = static_cast<uint8_t>((a[c] * aa * 255 + b[c] * ba + oa / 2) / oa);
-        b[3] = static_cast<uint8_t>((oa + 127) / 255);
-    }
+    CompositeOverRow(below.pixels.data(), above.pixels.data(),
+                     static_cast<size_t>(below.width) * below.height);
 }
 
 void FlattenOnto(PngImage& rgba, Rgb background) {
-    const uint8_t bg[3] = {background.r, background.g, background.b};
-    const size_t count = static_cast<size_t>(rgba.width) * rgba.height;
-    for (size_t i = 0; i < count; ++i) {
-        uint8_t* p = &rgba.pixels[i * 4];
-        const uint32_t a = p[3];
-        for (int c = 0; c < 3; ++c)
-            p[c] = static_cast<uint8_t>((p[c] * a + bg[c] * (255 - a) + 127) / 255);
-        p[3] = 255;
-    }
+    FlattenRow(rgba.pixels.data(), static_cast<size_t>(rgba.width) * rgba.height, background);
 }
 
 }  // namespace brivane::tools

@@ -1,10 +1,13 @@
 // LayerImage: the bridge between PNG pixels and the engine's view of a host layer.
 //
-//   EngineLayer layer(png);                          // png must outlive layer
-//   MoveEffectImageParam image = layer.Describe();   // for MoveEffectFilter::SetBaseImage
+//   EngineLayer layer;
+//   ReadPngRows("page.png", layer, error);            // decoded straight into the engine's layout
+//   MoveEffectImageParam image = layer.Describe();     // for MoveEffectFilter::SetBaseImage
 //
-// A host layer always carries alpha, so grey and RGB files without it get an opaque alpha channel in a
-// copy; files with alpha are handed over as they are. 16-bit samples stay 16-bit.
+// The engine reads only how much ink a pixel holds, so 8-bit files become 8-bit grey with alpha (two
+// bytes a pixel), colour turned into grey with the engine's own luminance weights: it finds the same
+// ink as in the colour pixels. 16-bit files keep their samples, with an opaque alpha added where the
+// file has none.
 #pragma once
 
 #include <cstdint>
@@ -16,30 +19,52 @@
 
 namespace brivane::tools {
 
-class EngineLayer {
+class EngineLayer : public PngRowSink {
 public:
+    EngineLayer() = default;
+    // The layer of an image already in memory.
     explicit EngineLayer(const PngImage& png);
     EngineLayer(const EngineLayer&) = delete;
     EngineLayer& operator=(const EngineLayer&) = delete;
 
-    // Points into this object and the PNG; valid while both live.
+    // PngRowSink: the decoded rows go into the layer, each converted as it arrives.
+    bool Begin(const PngImage& header, std::string& error) override;
+    uint8_t* Row(uint32_t y) override;
+    void RowDone(uint32_t y) override;
+
+    // Points into this object; valid while it lives.
     MoveEffectImageParam Describe();
-    // Grey layers (colour model 1) get grey lines, as in the plug-in.
-    bool IsGrey() const { return m_colorModel == 1; }
+    // Grey files get grey lines, as the plug-in draws on a grey layer.
+    bool IsGrey() const { return m_fileChannels <= 2; }
+    uint32_t Width() const { return m_width; }
+    uint32_t Height() const { return m_height; }
 
 private:
-    const PngImage& m_png;
-    std::vector<uint8_t> m_withAlpha;  // the pixels with an opaque alpha added, when the file had none
-    uint8_t m_colorModel = 0;          // 0 RGB+A, 1 grey+A
-    uint8_t m_offsets[5] = {};         // sample index of each channel
-    int m_channels = 0;                // samples per pixel as handed over
+    uint32_t m_width = 0;
+    uint32_t m_height = 0;
+    int m_fileChannels = 0;          // samples per pixel in the file
+    int m_sampleBytes = 1;           // 1 or 2
+    int m_channels = 0;              // samples per pixel in the layer, alpha included
+    uint8_t m_colorModel = 0;        // 0 RGB+A, 1 grey+A
+    uint8_t m_offsets[5] = {};       // sample index of each channel
+    std::vector<uint8_t> m_pixels;   // the layer, rows without padding
+    std::vector<uint8_t> m_fileRow;  // one row as decoded, when it must be converted
 };
 
-// Any PNG layout as 8-bit RGBA with straight alpha (16-bit samples rounded to the nearest 8-bit value).
+// The 8-bit luminance the engine and the plug-in use for colour: (77 R + 150 G + 29 B) >> 8.
+uint8_t GreyOf(unsigned red, unsigned green, unsigned blue);
+
+// One row of any PNG layout as 8-bit RGBA with straight alpha (16-bit samples rounded to the nearest
+// 8-bit value); `out` holds width * 4 bytes.
+void ToRgba8Row(const PngImage& layout, const uint8_t* row, uint8_t* out);
+// Puts `above` over `below` (`count` 8-bit RGBA pixels each, straight alpha), in place.
+void CompositeOverRow(uint8_t* below, const uint8_t* above, size_t count);
+// Makes `count` 8-bit RGBA pixels opaque by laying them over a solid colour.
+void FlattenRow(uint8_t* rgba, size_t count, Rgb background);
+
+// The same over whole images.
 PngImage ToRgba8(const PngImage& png);
-// Puts `above` over `below` (both 8-bit RGBA of the same size, straight alpha), in place.
 void CompositeOver(PngImage& below, const PngImage& above);
-// Makes an 8-bit RGBA image opaque by laying it over a solid colour.
 void FlattenOnto(PngImage& rgba, Rgb background);
 
 }  // namespace brivane::tools

@@ -233,6 +233,10 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
             options.help = true;
             return true;
         }
+        if (key == "--version") {
+            options.version = true;
+            return true;
+        }
         std::string value;
         if (key == "-o" || key == "--output") {
             if (!takeValue(value)) return false;
@@ -243,6 +247,9 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
         } else if (key == "-q" || key == "--quiet") {
             if (!noValue()) return false;
             options.quiet = true;
+        } else if (key == "--small") {
+            if (!noValue()) return false;
+            options.small = true;
         } else if (key == "--save-preset") {
             if (!takeValue(value)) return false;
             options.savePreset = value;
@@ -448,7 +455,7 @@ MoveEffectIniParam ToPresetRecord(const RenderOptions& options, const PointTarge
 }
 
 std::string RenderUsage() {
-    return R"(usage: brivane-render LAYER.png -o OUT.png [options]
+    return R"(Usage: brivane-render LAYER.png -o OUT.png [options]
 
 Draws manga effect lines (focus lines, speed lines, rings) where LAYER is dark and opaque, and writes
 them as an RGBA layer. LAYER may be 8- or 16-bit, grey or RGB, with or without alpha.
@@ -459,6 +466,7 @@ Output:
   --background COLOR     flatten the result onto an opaque colour
   --color COLOR          line colour: #rrggbb, #rgb, black or white (default black; grey on a grey layer)
   --save-preset FILE     also save the settings as a preset file
+  --small                smaller PNG files, written several times slower (default: fast compression)
   -q, --quiet            no progress bar (shown only when standard error is a terminal)
 
 Arrangement:
@@ -471,6 +479,7 @@ Arrangement:
   --guide NAME|FILE.svg  line shape: :S straight (default), :C arch, or the first path of an SVG file
 
 Settings (the preset keys; defaults are the plug-in's default preset):
+  --preset FILE.ini      take the settings of a preset file; settings given after it win
   --curvature N (-10..10, 1)   --size N (1..50, 2)          --hardness N (0..1, 1)
   --fluction N (0..1, 0)       --in N (0..1000, 500)        --out N (0..1000, 500)
   --asdist [BOOL] (false)      --easing [BOOL] (false)      --position N (-1000..1000, 0)
@@ -479,7 +488,10 @@ Settings (the preset keys; defaults are the plug-in's default preset):
   --spcgain N (-100..100, 0)   --connect [BOOL] (true)
   in/out: thousandths of the line length, or pixels with --asdist. spacing: pixels, or for radiate
   thousandths of a right angle. BOOL: true/false/1/0; --no-connect etc. switch off.
-  --preset FILE.ini      take the settings of a preset file; settings given after it win
+
+Information:
+  -h, --help             show this text
+  --version              show the version
 
 Exit status: 0 done, 2 bad arguments or files, 130 interrupted.
 )";

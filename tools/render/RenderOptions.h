@@ -40,7 +40,9 @@ struct RenderOptions {
     std::string savePreset;  // --save-preset: where the settings go as a preset, or empty
     bool over = false;       // --over: lines composited over the input instead of the bare layer
     bool quiet = false;      // --quiet: no progress bar even on a terminal
+    bool small = false;      // --small: a smaller PNG at several times the writing time
     bool help = false;       // --help was given: nothing else is checked
+    bool version = false;    // --version was given: nothing else is checked
 
     MoveEffectIniParam settings;        // every effect setting; name is the guide's name for presets
     std::array<CanvasPoint, 3> points;  // p1, p2, p3

@@ -4,9 +4,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <vector>
 
 #include "storage/FileHelpers.h"
+#include "tools/render/EffectLayer.h"
 #include "tools/render/LayerImage.h"
 #include "tools/render/PresetFile.h"
 
@@ -127,6 +130,104 @@ bool LoadGuide(const RenderOptions& options, PathParser& guide, std::string& err
     return true;
 }
 
+namespace {
+
+// The effect layer (8-bit RGBA) row by row, made from the coverage a band of rows at a time, so it is
+// never held whole.
+class LayerRows {
+public:
+    LayerRows(MoveEffectFilter& filter, const LineColour& colour, uint32_t width, uint32_t height)
+        : m_filter(filter),
+          m_colour(colour),
+          m_width(width),
+          m_height(height),
+          m_rowBytes(static_cast<size_t>(width) * 4),
+          m_band(m_rowBytes * kBandRows) {}
+    uint32_t Width() const { return m_width; }
+    uint32_t Height() const { return m_height; }
+    // Row y, to be read (or changed) before asking for a row of a later band.
+    uint8_t* Row(uint32_t y) {
+        const int first = static_cast<int>(y - y % kBandRows);
+        if (first != m_first) {
+            m_filter.DrawRowsToCanvas(0, 0, m_colour.samples, m_band.data(), static_cast<int>(m_rowBytes),
+                                      first, kBandRows);
+            m_first = first;
+        }
+        return m_band.data() + (y - first) * m_rowBytes;
+    }
+
+private:
+    static constexpr int kBandRows = 64;  // a few megabytes at most: kept in cache-friendly pieces
+    MoveEffectFilter& m_filter;
+    LineColour m_colour;  // a copy: the engine takes the samples as writable
+    uint32_t m_width;
+    uint32_t m_height;
+    size_t m_rowBytes;
+    std::vector<uint8_t> m_band;
+    int m_first = -1;
+};
+
+// Writes the effect layer, or with --over the lines over the input (read again row by row), and with
+// --background flattened; one row at a time from first to last.
+bool WriteResult(const RenderOptions& options, MoveEffectFilter& filter, const EngineLayer& layer,
+                 const LineColour& colour, std::string& error) {
+    PngImage header;
+    header.width = layer.Width();
+    header.height = layer.Height();
+    header.channels = 4;
+    header.bitDepth = 8;
+    PngWriter writer;
+    if (!writer.Open(options.output, header, options.small ? PngCompression::kSmall : PngCompression::kFast,
+                     error))
+        return false;
+    LayerRows lines(filter, colour, header.width, header.height);
+    auto writeRow = [&](uint8_t* rgba) {
+        if (options.background) FlattenRow(rgba, header.width, *options.background);
+        return writer.WriteRow(rgba, error);
+    };
+    if (!options.over) {
+        for (uint32_t y = 0; y < header.height; ++y) {
+            if (!writeRow(lines.Row(y))) return false;
+        }
+        return writer.Finish(error);
+    }
+
+    // Each input row, as it is decoded, becomes the RGBA row below the lines.
+    struct Below : PngRowSink {
+        const std::string* path;
+        LayerRows* lines;
+        const std::function<bool(uint8_t*)>* writeRow;
+        PngImage layout;
+        std::vector<uint8_t> fileRow, rgba;
+        bool failed = false;
+        bool Begin(const PngImage& header, std::string& error) override {
+            if (header.width != lines->Width() || header.height != lines->Height()) {
+                error = *path + ": changed while it was being drawn on";
+                return false;
+            }
+            layout = header;
+            fileRow.resize(header.RowBytes());
+            rgba.resize(static_cast<size_t>(header.width) * 4);
+            return true;
+        }
+        uint8_t* Row(uint32_t) override { return fileRow.data(); }
+        void RowDone(uint32_t y) override {
+            if (failed) return;
+            ToRgba8Row(layout, fileRow.data(), rgba.data());
+            CompositeOverRow(rgba.data(), lines->Row(y), layout.width);
+            failed = !(*writeRow)(rgba.data());
+        }
+    } below;
+    const std::function<bool(uint8_t*)> write = writeRow;
+    below.path = &options.input;
+    below.lines = &lines;
+    below.writeRow = &write;
+    if (!ReadPngRows(options.input, below, error) || below.failed) return false;
+    return writer.Finish(error);
+}
+
+}  // namespace
+
 int RunRender(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
               const RenderEnvironment& environment) {
     auto fail = [&](const std::string& message) {
@@ -141,12 +242,17 @@ int RunRender(const std::vector<std::string>& args, std::ostream& out, std::ostr
         out << RenderUsage();
         return kExitOk;
     }
+    if (options.version) {
+        out << "brivane-render " BRIVANE_VERSION "\n";
+        return kExitOk;
+    }
 
-    PngImage input;
-    if (!ReadPng(options.input, input, error)) return fail(error);
+    // The file is decoded straight into the layer the engine reads.
+    EngineLayer layer;
+    if (!ReadPngRows(options.input, layer, error)) return fail(error);
 
     PointTarget target{};
-    if (!ResolveTarget(options, input.width, input.height, target, error)) return fail(error);
+    if (!ResolveTarget(options, layer.Width(), layer.Height(), target, error)) return fail(error);
 
     PathParser guide;
     std::string guideFile;
@@ -172,25 +278,18 @@ int RunRender(const std::vector<std::string>& args, std::ostream& out, std::ostr
         if (showBar) bar.Show(total, done);
         return true;
     };
-    PngImage layer;
-    const bool finished = RenderEffectLayer(ToEffectParam(options.settings), target, guide, input,
-                                            options.color, progress, layer);
+    MoveEffectFilter filter(ToEffectParam(options.settings));
+    const bool finished = ApplyEffectTo(filter, target, guide, layer, progress);
     bar.Clear();
     if (!finished) {
         err << "brivane-render: interrupted; nothing written\n";
         return kExitInterrupted;
     }
-
-    if (options.over) {
-        PngImage below = ToRgba8(input);
-        CompositeOver(below, layer);
-        layer = std::move(below);
-    }
-    if (options.background) FlattenOnto(layer, *options.background);
-    if (!WritePng(options.output, layer, error)) return fail(error);
+    if (!WriteResult(options, filter, layer, LineColour(options.color, layer.IsGrey()), error))
+        return fail(error);
 
     if (!options.savePreset.empty()) {
-        const MoveEffectIniParam record = ToPresetRecord(options, target, input.width, input.height);
+        const MoveEffectIniParam record = ToPresetRecord(options, target, layer.Width(), layer.Height());
         if (!WritePresetFile(options.savePreset, record, error)) return fail(error);
     }
     return kExitOk;

@@ -3,7 +3,7 @@
 //   std::ostringstream out, err;
 //   int status = RunRender({"page.png", "--type", "circle", "-o", "rings.png"}, out, err, {});
 //
-// The steps are exposed on their own for tests: LoadGuide, RenderEffectLayer.
+// LoadGuide is exposed on its own for tests.
 #pragma once
 
 #include <csignal>
@@ -33,12 +33,6 @@ bool LoadGuide(const RenderOptions& options, PathParser& guide, std::string& err
 
 // Called on the rendering thread with the engine's progress; false asks the engine to stop.
 using ProgressFn = std::function<bool(int total, int done)>;
-
-// Draws the effect of `param` on `layer` into `out` (8-bit RGBA: the line colour, coverage as alpha),
-// as the plug-in does for a host layer: on a grey layer the colour becomes its grey. Returns false, with
-// `out` untouched, when the progress callback stopped the run.
-bool RenderEffectLayer(const MoveEffectParam& param, const PointTarget& target, PathParser& guide,
-                       const PngImage& layer, Rgb color, const ProgressFn& progress, PngImage& out);
 
 struct RenderEnvironment {
     bool errIsTerminal = false;                               // draw a progress bar on `err`

@@ -1,3 +1,4 @@
+// Loading a plug-in module on POSIX systems: dlopen.
 #include "tools/host/PluginModule.h"
 
 #include <dlfcn.h>
@@ -30,12 +31,6 @@ void PluginModule::Unload() {
     m_handle = nullptr;
     m_entry = nullptr;
     m_slot = nullptr;
-}
-
-int64_t PluginModule::Call(int64_t selector, Server* server) {
-    int64_t result = kHostCallFailed;
-    if (m_entry) m_entry(&result, &m_slot, selector, server, nullptr);
-    return result;
 }
 
 }  // namespace brivane::tools
