@@ -30,7 +30,8 @@ FUZZ_SMOKE_SECONDS ?= 20
 TSAN_TESTS := thread_pool_test move_effect_filter_test path_task_test layout_test controller_test
 
 .PHONY: all deps bench-deps configure build test test-fast test-asan test-tsan test-windows fuzz-build fuzz fuzz-smoke \
-        format format-check demo samples bench package clean
+        format format-check demo samples bench package clean \
+        web web-deps web-serve test-web
 
 all: build
 
@@ -62,8 +63,9 @@ build: configure
 
 # Release tests (the Foundation bridge's contract tests on GNUstep among them), the Windows build's
 # suites under Wine, the same Linux suite under AddressSanitizer and UndefinedBehaviorSanitizer, the
-# threaded suites under ThreadSanitizer, and a short run of every fuzz target.
-test: format-check test-fast test-windows test-asan test-tsan fuzz-smoke
+# threaded suites under ThreadSanitizer, a short run of every fuzz target, and the page in a real
+# browser.
+test: format-check test-fast test-windows test-web test-asan test-tsan fuzz-smoke
 
 test-fast: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
@@ -165,6 +167,41 @@ demo: build
 samples: build
 	$(BUILD)/tools/render/brivane-make-samples samples
 
+# ---- The page: the engine in WebAssembly (Debian's Emscripten), served as static files ----------------
+
+WEB_BUILD    ?= build-web
+WEB_DIST     ?= web/dist
+WEB_PORT     ?= 8080
+WEB_PACKAGES := emscripten chromium
+# Emscripten finds its JavaScript tools through NODE_PATH.
+EMSDK_ENV    := NODE_PATH=/usr/share/nodejs
+
+# Node and npm count as present whatever installed them (a node build that bundles npm conflicts with
+# Debian's npm package).
+web-deps:
+	@$(MAKE) --no-print-directory deps DEB_PACKAGES="$(WEB_PACKAGES) \
+	  $$(command -v node >/dev/null || echo nodejs) $$(command -v npm >/dev/null || echo npm)"
+
+# The panel comes from the plug-in's own panel as the simulated host prints it, with an empty data
+# folder so that only the built-in line shapes are listed.
+web: build web-deps
+	$(EMSDK_ENV) emcmake cmake -S . -B $(WEB_BUILD) -DCMAKE_BUILD_TYPE=Release -DBRIVANE_WERROR=$(WERROR)
+	$(EMSDK_ENV) cmake --build $(WEB_BUILD) -j $(JOBS)
+	@mkdir -p $(WEB_DIST)
+	cp web/src/* $(WEB_BUILD)/web/brivane.js $(WEB_BUILD)/web/brivane.wasm $(WEB_DIST)/
+	@empty=$$(mktemp -d); XDG_DATA_HOME=$$empty $(HOST) -i samples/focus.png --panel \
+	  | node web/panel-json.mjs > $(WEB_DIST)/panel.json; status=$$?; rm -rf $$empty; exit $$status
+	@echo "The page is in $(WEB_DIST)/: any static file server will do (make web-serve)."
+
+web-serve: web
+	node web/serve.mjs $(WEB_DIST) $(WEB_PORT)
+
+# Playwright drives Debian's Chromium; the npm packages come from the lockfile, no browser is fetched.
+test-web: web
+	@[ -d tests/web/node_modules/playwright-core ] || (cd tests/web && npm ci --no-audit --no-fund)
+	cd tests/web && BRIVANE_DIST=$(CURDIR)/$(WEB_DIST) BRIVANE_RENDER=$(CURDIR)/$(RENDER) \
+	  node --test --test-reporter=spec page.test.mjs
+
 # The zip's cross build has a folder of its own: it builds the module alone, without the test suites.
 WIN_PACKAGE_BUILD ?= build-win-package
 
@@ -181,4 +218,4 @@ package: build
 	  ls -l $(WIN_PACKAGE_BUILD)/brivane-*-win64.zip 2> /dev/null || true
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(WIN_PACKAGE_BUILD) $(WIN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(WIN_PACKAGE_BUILD) $(WIN_BUILD) $(WEB_BUILD) $(WEB_DIST) out

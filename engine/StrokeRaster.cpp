@@ -872,7 +872,8 @@ void StrokeRaster::FlushRange(int begin, int end) {
                 }
             }
             std::memcpy(m_tile.data(), m_before.data(), area);
-            const PlainSurface tile{m_tile.data() - box[1] * tileWidth - box[0], tileWidth};
+            const PlainSurface tile{m_tile.data() - box[1] * tileWidth - box[0],
+                                    static_cast<std::ptrdiff_t>(tileWidth)};
             for (int k = 0; k < kBatchDiscs; ++k) {
                 const int i = begin + kCoarseToFine[k];
                 if (i >= end || !drawn[i]) continue;

@@ -173,44 +173,6 @@ void StoreGuideName(const std::string& guide, P& settings) {
     name.copy(settings.name, name.size());
 }
 
-// Takes over what a preset file gives, field by field, as the plug-in does when a preset is chosen.
-void ApplyPreset(const P& preset, const MoveEffectIniReadFlag& read, const std::string& folder,
-                 RenderOptions& options) {
-    P& s = options.settings;
-    if (read.type) s.type = preset.type;
-    const PathPoint* points[3] = {&preset.p1, &preset.p2, &preset.p3};
-    const bool given[3] = {read.p1, read.p2, read.p3};
-    for (int i = 0; i < 3; ++i) {
-        if (!given[i]) continue;
-        options.points[i] = {points[i]->x, points[i]->y, true, true};
-        options.pointGiven[i] = true;
-    }
-    // The plug-in ignores a guide name that matches none of its guides; an empty one never does.
-    if (read.name && preset.name[0] != '\0') {
-        options.guide = BuiltInOrAsGiven(preset.name);
-        options.guideFolder = IsBuiltIn(options.guide) ? "" : folder;
-        std::memset(s.name, 0, sizeof s.name);
-        options.guide.copy(s.name, sizeof s.name - 1);
-    }
-    if (read.curvature) s.curvature = preset.curvature;
-    if (read.size) s.size = preset.size;
-    if (read.hardness) s.hardness = preset.hardness;
-    if (read.fluction) s.fluction = preset.fluction;
-    if (read.in) s.in = preset.in;
-    if (read.out) s.out = preset.out;
-    if (read.asdist) s.asdist = preset.asdist;
-    if (read.easing) s.easing = preset.easing;
-    if (read.position) s.position = preset.position;
-    if (read.posfluct) s.posfluct = preset.posfluct;
-    if (read.length) s.length = preset.length;
-    if (read.lenfluct) s.lenfluct = preset.lenfluct;
-    if (read.spacing) s.spacing = preset.spacing;
-    if (read.spcfluct) s.spcfluct = preset.spcfluct;
-    if (read.lengain) s.lengain = preset.lengain;
-    if (read.spcgain) s.spcgain = preset.spcgain;
-    if (read.connect) s.connect = preset.connect;
-}
-
 bool CheckRanges(const P& s, std::string& error) {
     for (const NumberSetting& n : kNumberSettings) {
         const double value = n.real ? s.*n.real : s.*n.whole;
@@ -391,6 +353,43 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
         return false;
     }
     return CheckRanges(options.settings, error);
+}
+
+void ApplyPreset(const P& preset, const MoveEffectIniReadFlag& read, const std::string& folder,
+                 RenderOptions& options) {
+    P& s = options.settings;
+    if (read.type) s.type = preset.type;
+    const PathPoint* points[3] = {&preset.p1, &preset.p2, &preset.p3};
+    const bool given[3] = {read.p1, read.p2, read.p3};
+    for (int i = 0; i < 3; ++i) {
+        if (!given[i]) continue;
+        options.points[i] = {points[i]->x, points[i]->y, true, true};
+        options.pointGiven[i] = true;
+    }
+    // The plug-in ignores a guide name that matches none of its guides; an empty one never does.
+    if (read.name && preset.name[0] != '\0') {
+        options.guide = BuiltInOrAsGiven(preset.name);
+        options.guideFolder = IsBuiltIn(options.guide) ? "" : folder;
+        std::memset(s.name, 0, sizeof s.name);
+        options.guide.copy(s.name, sizeof s.name - 1);
+    }
+    if (read.curvature) s.curvature = preset.curvature;
+    if (read.size) s.size = preset.size;
+    if (read.hardness) s.hardness = preset.hardness;
+    if (read.fluction) s.fluction = preset.fluction;
+    if (read.in) s.in = preset.in;
+    if (read.out) s.out = preset.out;
+    if (read.asdist) s.asdist = preset.asdist;
+    if (read.easing) s.easing = preset.easing;
+    if (read.position) s.position = preset.position;
+    if (read.posfluct) s.posfluct = preset.posfluct;
+    if (read.length) s.length = preset.length;
+    if (read.lenfluct) s.lenfluct = preset.lenfluct;
+    if (read.spacing) s.spacing = preset.spacing;
+    if (read.spcfluct) s.spcfluct = preset.spcfluct;
+    if (read.lengain) s.lengain = preset.lengain;
+    if (read.spcgain) s.spcgain = preset.spcgain;
+    if (read.connect) s.connect = preset.connect;
 }
 
 bool ResolveTarget(const RenderOptions& options, uint32_t width, uint32_t height, PointTarget& target,

@@ -61,6 +61,11 @@ struct RenderOptions {
 // with a one-line reason; `options` may then be partly filled.
 bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& options, std::string& error);
 
+// Takes over what a preset gives, field by field, as the plug-in does when a preset is chosen; a guide
+// name it gives is looked up in `folder` first.
+void ApplyPreset(const MoveEffectIniParam& preset, const MoveEffectIniReadFlag& read,
+                 const std::string& folder, RenderOptions& options);
+
 // The --help text.
 std::string RenderUsage();
 

@@ -8,8 +8,8 @@
 #include <iterator>
 #include <vector>
 
-#include "engine/MoveEffectFilter.h"
 #include "storage/FileHelpers.h"
+#include "tools/render/EffectLayer.h"
 #include "tools/render/LayerImage.h"
 #include "tools/render/PresetFile.h"
 
@@ -131,39 +131,6 @@ bool LoadGuide(const RenderOptions& options, PathParser& guide, std::string& err
 }
 
 namespace {
-
-// Runs the effect over `layer` into the filter's coverage; false when the progress callback stopped it.
-bool ApplyEffectTo(MoveEffectFilter& filter, const PointTarget& target, PathParser& guide, EngineLayer& layer,
-                   const ProgressFn& progress) {
-    struct Progress {
-        const ProgressFn* fn;
-        bool stopped;
-    } state{&progress, false};
-
-    filter.SetTarget(target);
-    filter.AttachGuide(&guide);
-    if (progress) {
-        filter.SetProgressCallback(
-            [](int total, int done, void* user) -> int {
-                auto* s = static_cast<Progress*>(user);
-                if (!s->stopped && !(*s->fn)(total, done)) s->stopped = true;
-                return s->stopped ? 0 : 1;
-            },
-            &state);
-    }
-    const MoveEffectImageParam image = layer.Describe();
-    filter.SetBaseImage(&image);
-    filter.ApplyEffect(false);
-    return !state.stopped;
-}
-
-// The colour samples the plug-in hands the engine: on a grey layer the grey of its main colour.
-struct LineColour {
-    unsigned char samples[5] = {};
-    LineColour(Rgb color, bool grey) : samples{color.r, color.g, color.b, 0, 0} {
-        if (grey) samples[0] = samples[1] = samples[2] = GreyOf(color.r, color.g, color.b);
-    }
-};
 
 // The effect layer (8-bit RGBA) row by row, made from the coverage a band of rows at a time, so it is
 // never held whole.

@@ -1,0 +1,54 @@
+// The ST_ functions for a browser page (Emscripten). The page has no data folder: presets and guides
+// come from the file picker, so there is nothing to find, create or list. Transcoding and the release
+// functions are shared by every system (BridgeText.cpp); ICU is not part of the page, so lower-casing
+// is the C library's one-to-one mapping completed to full case folding with FullCaseFolding.h.
+#include <cstring>
+#include <cwctype>
+#include <string>
+
+#include "bridge/BridgeText.h"
+#include "bridge/FullCaseFolding.h"
+#include "bridge/PlatformBridge.h"
+
+using namespace brivane::bridge;
+
+namespace {
+
+bool AppendLowerCase(const std::u16string& run, std::u16string& out) {
+    ForEachCodePoint(run, [&out](char32_t c) {
+        AppendCodePoint(out, static_cast<char32_t>(std::towlower(static_cast<wint_t>(c))));
+    });
+    return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t ST_ToLowerCase(const uint16_t* source, int32_t count, uint16_t* destination, int32_t capacity) {
+    if (source == nullptr || destination == nullptr || count < 0 || capacity < 0) return ST_ERROR_ARGUMENT;
+    try {
+        std::u16string folded;
+        FoldWithTable(RepairUtf16(source, static_cast<std::size_t>(count)), folded, AppendLowerCase);
+        if (folded.size() > static_cast<std::size_t>(capacity)) return ST_ERROR_CAPACITY;
+        std::memcpy(destination, folded.data(), folded.size() * sizeof(uint16_t));
+        return static_cast<int32_t>(folded.size());
+    } catch (...) {  // std::bad_alloc
+        return ST_ERROR_ARGUMENT;
+    }
+}
+
+char* ST_GetAppSupportPath(void) {
+    return nullptr;
+}
+
+bool ST_CreateDirectory(const char*) {
+    return false;
+}
+
+uint16_t** ST_EnumFiles(const char*, const char*, int32_t* count) {
+    if (count != nullptr) *count = 0;
+    return nullptr;
+}
+
+}  // extern "C"

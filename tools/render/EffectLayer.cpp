@@ -1,0 +1,49 @@
+#include "tools/render/EffectLayer.h"
+
+#include <utility>
+
+namespace brivane::tools {
+
+bool ApplyEffectTo(MoveEffectFilter& filter, const PointTarget& target, PathParser& guide, EngineLayer& layer,
+                   const ProgressFn& progress) {
+    struct Progress {
+        const ProgressFn* fn;
+        bool stopped;
+    } state{&progress, false};
+
+    filter.SetTarget(target);
+    filter.AttachGuide(&guide);
+    if (progress) {
+        filter.SetProgressCallback(
+            [](int total, int done, void* user) -> int {
+                auto* s = static_cast<Progress*>(user);
+                if (!s->stopped && !(*s->fn)(total, done)) s->stopped = true;
+                return s->stopped ? 0 : 1;
+            },
+            &state);
+    }
+    const MoveEffectImageParam image = layer.Describe();
+    filter.SetBaseImage(&image);
+    filter.ApplyEffect(false);
+    return !state.stopped;
+}
+
+bool RenderEffectLayer(const MoveEffectParam& param, const PointTarget& target, PathParser& guide,
+                       const PngImage& layer, Rgb color, const ProgressFn& progress, PngImage& out) {
+    MoveEffectFilter filter(param);
+    EngineLayer engineLayer(layer);
+    if (!ApplyEffectTo(filter, target, guide, engineLayer, progress)) return false;
+
+    LineColour colour(color, engineLayer.IsGrey());
+    PngImage result;
+    result.width = layer.width;
+    result.height = layer.height;
+    result.channels = 4;
+    result.bitDepth = 8;
+    result.pixels.resize(result.RowBytes() * result.height);
+    filter.DrawToCanvas(0, 0, colour.samples, result.pixels.data(), static_cast<int>(result.RowBytes()));
+    out = std::move(result);
+    return true;
+}
+
+}  // namespace brivane::tools
