@@ -651,6 +651,8 @@ public:
     static constexpr std::size_t kMostBytes = 32u << 20;
     // Lookups before the memory may give up on a pass: a few dozen strokes.
     static constexpr int64_t kTrial = 1 << 16;
+    // Lookups after a thread's first stroke before the memory may give up at the end of a stroke.
+    static constexpr int64_t kStrokeTrial = 1 << 11;
 
     struct Key {
         uint64_t diameter;
@@ -665,6 +667,10 @@ public:
             memory.Clear();
             memory.m_lookups = 0;
             memory.m_distinct = 0;
+            memory.m_strokes = 0;
+            memory.m_laterLookups = 0;
+            memory.m_laterRepeats = 0;
+            memory.m_givenUp = false;
             memory.m_pass = pass;
             memory.m_hardness = hardness;
         }
@@ -682,13 +688,29 @@ public:
     // Whether keys come back often in this pass. Where sub-pixel offsets hardly repeat (slanted
     // lines, rings) looking them up only costs, so once a fair trial shows that most lookups bring
     // a new key, the memory is left alone for the rest of the pass.
-    bool IsWorthwhile() const { return m_lookups < kTrial || m_distinct * 8 <= m_lookups; }
+    bool IsWorthwhile() const { return !m_givenUp && (m_lookups < kTrial || m_distinct * 8 <= m_lookups); }
+
+    // Keys come back from one stroke to the next (parallel lines share their sub-pixel offsets) or not
+    // at all (lines at ever new angles, rings). So once the strokes after a thread's first have looked
+    // up enough keys, mostly new ones, the rest of the pass is spared the lookups: on radiating lines
+    // that is most of the trial above, and each worker would pay it again.
+    void EndStroke() {
+        if (m_givenUp) return;
+        if (++m_strokes == 1) {
+            m_laterLookups = 0;
+            m_laterRepeats = 0;
+            return;
+        }
+        if (m_laterLookups >= kStrokeTrial && m_laterRepeats * 8 < m_laterLookups) m_givenUp = true;
+    }
 
     // The stamp for the key: none the first time the key is asked for (only keys that come back
     // get one), made the second time, kept after that.
     const DiscStamp* Get(const Key& key, const Disc& disc, DiscProfile& profile) {
         ++m_lookups;
+        ++m_laterLookups;
         Slot& slot = FindSlot(key);
+        if (slot.used) ++m_laterRepeats;
         if (slot.used && slot.stamp >= 0) return &m_stamps[static_cast<std::size_t>(slot.stamp)];
         if (!slot.used) {
             slot.used = true;
@@ -758,7 +780,11 @@ private:
     std::size_t m_count = 0;         // slots in use
     std::size_t m_bytes = 0;
     int64_t m_lookups = 0;
-    int64_t m_distinct = 0;  // keys seen for the first time
+    int64_t m_distinct = 0;      // keys seen for the first time
+    int64_t m_strokes = 0;       // strokes of this pass that looked keys up
+    int64_t m_laterLookups = 0;  // lookups since the end of the first such stroke
+    int64_t m_laterRepeats = 0;  // of those, keys seen before
+    bool m_givenUp = false;
 };
 
 }  // namespace
@@ -778,11 +804,14 @@ const DiscStamp* StrokeRaster::FindRememberedStamp(const Disc& disc) {
     if (m_pass == 0 || !FitsStamp(disc.diameter)) return nullptr;
     StampMemory& memory = StampMemory::ForPass(m_pass, m_profile->GetHardness());
     if (!memory.IsWorthwhile()) return nullptr;
+    ++m_lookups;
     const DiscStamp* stamp = memory.Get(StampMemory::MakeKey(disc), disc, *m_profile);
     return stamp != nullptr && CanReuse(*stamp, disc) ? stamp : nullptr;
 }
 
-StrokeRaster::~StrokeRaster() = default;
+StrokeRaster::~StrokeRaster() {
+    if (m_lookups > 0) StampMemory::ForPass(m_pass, m_profile->GetHardness()).EndStroke();
+}
 
 namespace {
 std::atomic<int64_t> g_totalDiscs{0};

@@ -177,6 +177,7 @@ private:
     DiscStamp m_stamp;
     int64_t m_stampsMade = 0;
     int64_t m_stampReuses = 0;
+    int64_t m_lookups = 0;  // of remembered stamps, by this stroke
     std::vector<uint8_t> m_tile;
     std::vector<uint8_t> m_before;
 };
