@@ -10,6 +10,12 @@ namespace {
 // about a hundred refreshes a second, and the caller's thread stays mostly idle.
 constexpr std::chrono::milliseconds kPollInterval{10};
 
+// How long an idle worker keeps looking for the next job before it sleeps. The steps of one render
+// (clearing, the strokes, compositing) follow each other within a millisecond or two, while a worker
+// woken from sleep may wait for the scheduler for several: it can be queued behind a busy core while
+// the other one idles until the next tick.
+constexpr std::chrono::microseconds kLookBeforeSleeping{3000};
+
 unsigned DefaultWorkerCount() {
     return std::thread::hardware_concurrency();
 }
@@ -33,6 +39,7 @@ void ThreadPool::StartWorkers(unsigned count) {
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_stop = true;
+            m_stopping.store(true, std::memory_order_relaxed);
         }
         m_condition.notify_all();
         for (std::thread& worker : m_workers)
@@ -46,6 +53,7 @@ ThreadPool::~ThreadPool() {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_stop = true;
+        m_stopping.store(true, std::memory_order_relaxed);
     }
     m_condition.notify_all();
     for (std::thread& worker : m_workers)
@@ -56,6 +64,7 @@ ThreadPool::~ThreadPool() {
 // that was handed out is dropped.
 void ThreadPool::WorkerLoop() {
     for (;;) {
+        AwaitJob();
         std::function<void()> job;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
@@ -63,8 +72,20 @@ void ThreadPool::WorkerLoop() {
             if (m_stop && m_jobs.empty()) return;
             job = std::move(m_jobs.front());
             m_jobs.pop_front();
+            m_queuedJobs.store(m_jobs.size(), std::memory_order_relaxed);
         }
         job();
+    }
+}
+
+// Yields the core while it waits, so that it costs nothing when other threads have work.
+void ThreadPool::AwaitJob() const {
+    const auto until = std::chrono::steady_clock::now() + kLookBeforeSleeping;
+    for (unsigned looks = 1;
+         m_queuedJobs.load(std::memory_order_relaxed) == 0 && !m_stopping.load(std::memory_order_relaxed);
+         ++looks) {
+        if (looks % 64 == 0 && std::chrono::steady_clock::now() >= until) return;
+        std::this_thread::yield();
     }
 }
 
@@ -93,6 +114,7 @@ void ThreadPool::Run() {
                 if (finished->fetch_add(1) + 1 == passSize) NotifyPassDone();
             });
         }
+        m_queuedJobs.store(m_jobs.size(), std::memory_order_relaxed);
     }
     m_condition.notify_all();
 

@@ -67,6 +67,8 @@ private:
     void StartWorkers(unsigned count);
     // Worker-thread loop: takes jobs until the pool stops and the job queue is empty.
     void WorkerLoop();
+    // Returns once a job is queued, the pool stops, or a few milliseconds have passed. Worker threads.
+    void AwaitJob() const;
     // Wakes the thread waiting in Run or ForEachChunk. Worker threads.
     void NotifyPassDone();
 
@@ -78,6 +80,8 @@ private:
     std::condition_variable m_condition;                     // idle workers wait here
     std::condition_variable m_passDone;                      // Run and ForEachChunk wait here
     bool m_stop = false;
+    std::atomic<bool> m_stopping{false};       // m_stop, for workers that look without the lock
+    std::atomic<std::size_t> m_queuedJobs{0};  // m_jobs.size(), likewise
     std::atomic<int32_t> m_totalTasks{0};      // tasks of the last single-threaded pass
     std::atomic<int32_t> m_completedTasks{0};  // finished in the last single-threaded pass
     void* m_userData = nullptr;

@@ -82,6 +82,7 @@ void ThreadPool::ForEachChunk(int64_t count, int64_t grain,
                     if (shared->inside.fetch_sub(1) == 1) NotifyPassDone();
                 });
             }
+            m_queuedJobs.store(m_jobs.size(), std::memory_order_relaxed);
         }
         m_condition.notify_all();
     }
