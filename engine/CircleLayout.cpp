@@ -49,7 +49,7 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     append(target.radiusX + f, target.radiusY + f);
     // With no spacing the ring count would be an infinite quotient: the target ring stands alone.
     if (spacing == 0) {
-        EnqueueSpread(m_pool, tasks);
+        EnqueueInOrder(m_pool, tasks);
         return;
     }
     // The most rings a pass may make, less one.
@@ -75,7 +75,7 @@ void MoveEffectFilter::CreateCirclePathTasks() {
             s += m_param.spcgain;
         }
     }
-    EnqueueSpread(m_pool, tasks);
+    EnqueueInOrder(m_pool, tasks);
 }
 
 void MoveEffectFilter::AppendCircleTask(const PathPoint& centre, double angle, double startAngle,

@@ -41,15 +41,9 @@ void PlaceGuide(const PathParser& guide, PathTask& task, double scale, double cu
 
 }  // namespace
 
-void EnqueueSpread(ThreadPool& pool, std::vector<std::shared_ptr<PathTask>>& tasks) {
-    const std::size_t runs = std::max<std::size_t>(pool.GetWorkerCount(), 1);
-    const std::size_t length = (tasks.size() + runs - 1) / runs;
-    for (std::size_t step = 0; step < length; ++step) {
-        for (std::size_t run = 0; run < runs; ++run) {
-            const std::size_t i = run * length + step;
-            if (i < tasks.size()) pool.Enqueue(std::move(tasks[i]));
-        }
-    }
+void EnqueueInOrder(ThreadPool& pool, std::vector<std::shared_ptr<PathTask>>& tasks) {
+    for (std::shared_ptr<PathTask>& task : tasks)
+        pool.Enqueue(std::move(task));
     tasks.clear();
 }
 
@@ -81,7 +75,7 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
             PathPoint{centre.x + nearRadius * std::cos(angle), centre.y + nearRadius * std::sin(angle)});
         tasks.push_back(std::move(task));
     }
-    EnqueueSpread(m_pool, tasks);
+    EnqueueInOrder(m_pool, tasks);
 }
 
 void MoveEffectFilter::CreateParallelPathTasks() {
@@ -114,7 +108,7 @@ void MoveEffectFilter::CreateParallelPathTasks() {
         s += m_param.spcgain;
         if (!(s > 0)) break;
     }
-    EnqueueSpread(m_pool, tasks);
+    EnqueueInOrder(m_pool, tasks);
 }
 
 // Liang-Barsky: clip a->b against [0, width] x [0, height] and see whether anything is left.
