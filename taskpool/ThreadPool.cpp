@@ -78,7 +78,7 @@ void ThreadPool::WorkerLoop() {
     }
 }
 
-// Yields the core while it waits, so that it costs nothing when other threads have work.
+// Yields the core between looks, so that threads with work to do go first.
 void ThreadPool::AwaitJob() const {
     const auto until = std::chrono::steady_clock::now() + kLookBeforeSleeping;
     for (unsigned looks = 1;
