@@ -39,7 +39,6 @@ void ThreadPool::StartWorkers(unsigned count) {
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_stop = true;
-            m_stopping.store(true, std::memory_order_relaxed);
         }
         m_condition.notify_all();
         for (std::thread& worker : m_workers)
@@ -53,7 +52,6 @@ ThreadPool::~ThreadPool() {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_stop = true;
-        m_stopping.store(true, std::memory_order_relaxed);
     }
     m_condition.notify_all();
     for (std::thread& worker : m_workers)
@@ -82,7 +80,7 @@ void ThreadPool::WorkerLoop() {
 void ThreadPool::AwaitJob() const {
     const auto until = std::chrono::steady_clock::now() + kLookBeforeSleeping;
     for (unsigned looks = 1;
-         m_queuedJobs.load(std::memory_order_relaxed) == 0 && !m_stopping.load(std::memory_order_relaxed);
+         m_queuedJobs.load(std::memory_order_relaxed) == 0 && !m_stop.load(std::memory_order_relaxed);
          ++looks) {
         if (looks % 64 == 0 && std::chrono::steady_clock::now() >= until) return;
         std::this_thread::yield();

@@ -79,9 +79,8 @@ private:
     std::mutex m_mutex;                                      // guards the queues above and m_stop
     std::condition_variable m_condition;                     // idle workers wait here
     std::condition_variable m_passDone;                      // Run and ForEachChunk wait here
-    bool m_stop = false;
-    std::atomic<bool> m_stopping{false};       // m_stop, for workers that look without the lock
-    std::atomic<std::size_t> m_queuedJobs{0};  // m_jobs.size(), likewise
+    std::atomic<bool> m_stop{false};           // set under m_mutex; idle workers also look without it
+    std::atomic<std::size_t> m_queuedJobs{0};  // m_jobs.size(), for workers that look without the lock
     std::atomic<int32_t> m_totalTasks{0};      // tasks of the last single-threaded pass
     std::atomic<int32_t> m_completedTasks{0};  // finished in the last single-threaded pass
     void* m_userData = nullptr;
