@@ -665,12 +665,7 @@ public:
         thread_local StampMemory memory;
         if (memory.m_pass != pass || std::memcmp(&memory.m_hardness, &hardness, sizeof hardness) != 0) {
             memory.Clear();
-            memory.m_lookups = 0;
-            memory.m_distinct = 0;
-            memory.m_strokes = 0;
-            memory.m_laterLookups = 0;
-            memory.m_laterRepeats = 0;
-            memory.m_givenUp = false;
+            memory.m_trial = {};
             memory.m_pass = pass;
             memory.m_hardness = hardness;
         }
@@ -688,36 +683,41 @@ public:
     // Whether keys come back often in this pass. Where sub-pixel offsets hardly repeat (slanted
     // lines, rings) looking them up only costs, so once a fair trial shows that most lookups bring
     // a new key, the memory is left alone for the rest of the pass.
-    bool IsWorthwhile() const { return !m_givenUp && (m_lookups < kTrial || m_distinct * 8 <= m_lookups); }
+    bool IsWorthwhile() const {
+        const Trial& t = m_trial;
+        return !t.givenUp && (t.lookups < kTrial || t.distinct * 8 <= t.lookups);
+    }
 
     // Keys come back from one stroke to the next (parallel lines share their sub-pixel offsets) or not
     // at all (lines at ever new angles, rings). So once the strokes after a thread's first have looked
     // up enough keys, mostly new ones, the rest of the pass is spared the lookups: on radiating lines
     // that is most of the trial above, and each worker would pay it again.
     void EndStroke() {
-        if (m_givenUp) return;
-        if (++m_strokes == 1) {
-            m_laterLookups = 0;
-            m_laterRepeats = 0;
+        Trial& t = m_trial;
+        if (t.givenUp) return;
+        if (!t.pastFirstStroke) {
+            t.pastFirstStroke = true;
+            t.laterLookups = 0;
+            t.laterRepeats = 0;
             return;
         }
-        if (m_laterLookups >= kStrokeTrial && m_laterRepeats * 8 < m_laterLookups) m_givenUp = true;
+        if (t.laterLookups >= kStrokeTrial && t.laterRepeats * 8 < t.laterLookups) t.givenUp = true;
     }
 
     // The stamp for the key: none the first time the key is asked for (only keys that come back
     // get one), made the second time, kept after that.
     const DiscStamp* Get(const Key& key, const Disc& disc, DiscProfile& profile) {
-        ++m_lookups;
-        ++m_laterLookups;
+        ++m_trial.lookups;
+        ++m_trial.laterLookups;
         Slot& slot = FindSlot(key);
-        if (slot.used) ++m_laterRepeats;
+        if (slot.used) ++m_trial.laterRepeats;
         if (slot.used && slot.stamp >= 0) return &m_stamps[static_cast<std::size_t>(slot.stamp)];
         if (!slot.used) {
             slot.used = true;
             slot.key = key;
             slot.stamp = -1;
             ++m_count;
-            ++m_distinct;
+            ++m_trial.distinct;
             m_bytes += sizeof(Slot);
             if (m_count * 2 > m_slots.size()) Grow();
             return nullptr;
@@ -779,12 +779,15 @@ private:
     std::deque<DiscStamp> m_stamps;  // a deque: handed-out pointers stay valid as it grows
     std::size_t m_count = 0;         // slots in use
     std::size_t m_bytes = 0;
-    int64_t m_lookups = 0;
-    int64_t m_distinct = 0;      // keys seen for the first time
-    int64_t m_strokes = 0;       // strokes of this pass that looked keys up
-    int64_t m_laterLookups = 0;  // lookups since the end of the first such stroke
-    int64_t m_laterRepeats = 0;  // of those, keys seen before
-    bool m_givenUp = false;
+    // What tells whether the memory pays in this pass; starts again with each pass.
+    struct Trial {
+        int64_t lookups = 0;
+        int64_t distinct = 0;          // keys seen for the first time
+        bool pastFirstStroke = false;  // a stroke of this pass has looked keys up and ended
+        int64_t laterLookups = 0;      // lookups since then
+        int64_t laterRepeats = 0;      // of those, keys seen before
+        bool givenUp = false;
+    } m_trial;
 };
 
 }  // namespace
