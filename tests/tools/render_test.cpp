@@ -290,7 +290,9 @@ TEST(render_layer_test, every_png_layout_reads_as_ink_where_dark_and_opaque) {
 
 TEST(render_layer_test, converts_any_layout_to_rgba8_and_composites_straight_alpha) {
     const PngImage grey16 = Solid(2, 1, 2, 16, 65535, 32896);  // white, alpha about half
-    EXPECT_EQ(ToRgba8(grey16).pixels, (std::vector<uint8_t>{255, 255, 255, 128, 255, 255, 255, 128}));
+    std::vector<uint8_t> rgba(8);
+    ToRgba8Row(grey16, grey16.pixels.data(), rgba.data());
+    EXPECT_EQ(rgba, (std::vector<uint8_t>{255, 255, 255, 128, 255, 255, 255, 128}));
     const struct {
         uint16_t below, belowAlpha, line, lineAlpha;
         std::vector<uint8_t> result;
@@ -305,7 +307,7 @@ TEST(render_layer_test, converts_any_layout_to_rgba8_and_composites_straight_alp
         EXPECT_EQ(below.pixels, c.result) << c.below << " under alpha " << c.lineAlpha;
     }
     PngImage half = Solid(1, 1, 4, 8, 0, 128);
-    FlattenOnto(half, Rgb{255, 255, 255});
+    FlattenRow(half.pixels.data(), 1, Rgb{255, 255, 255});
     EXPECT_EQ(half.pixels, (std::vector<uint8_t>{127, 127, 127, 255}));
 }
 

@@ -136,25 +136,9 @@ void FlattenRow(uint8_t* rgba, size_t count, Rgb background) {
     }
 }
 
-PngImage ToRgba8(const PngImage& png) {
-    PngImage out;
-    out.width = png.width;
-    out.height = png.height;
-    out.channels = 4;
-    out.bitDepth = 8;
-    out.pixels.resize(out.RowBytes() * png.height);
-    for (uint32_t y = 0; y < png.height; ++y)
-        ToRgba8Row(png, png.pixels.data() + y * png.RowBytes(), out.pixels.data() + y * out.RowBytes());
-    return out;
-}
-
 void CompositeOver(PngImage& below, const PngImage& above) {
     CompositeOverRow(below.pixels.data(), above.pixels.data(),
                      static_cast<size_t>(below.width) * below.height);
-}
-
-void FlattenOnto(PngImage& rgba, Rgb background) {
-    FlattenRow(rgba.pixels.data(), static_cast<size_t>(rgba.width) * rgba.height, background);
 }
 
 }  // namespace brivane::tools

@@ -62,9 +62,7 @@ void CompositeOverRow(uint8_t* below, const uint8_t* above, size_t count);
 // Makes `count` 8-bit RGBA pixels opaque by laying them over a solid colour.
 void FlattenRow(uint8_t* rgba, size_t count, Rgb background);
 
-// The same over whole images.
-PngImage ToRgba8(const PngImage& png);
+// CompositeOverRow over whole images of the same size.
 void CompositeOver(PngImage& below, const PngImage& above);
-void FlattenOnto(PngImage& rgba, Rgb background);
 
 }  // namespace brivane::tools
