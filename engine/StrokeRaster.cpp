@@ -484,6 +484,25 @@ void ApplyStamp(const PlainSurface& tile, const DiscStamp& stamp, const Disc& di
     }
 }
 
+// Raises the shared bytes `into` to what a tile stamped (`now`) where it differs from what was read
+// (`was`), n bytes. Words that did not change are passed over without looking at their bytes.
+void MergeRaised(uint8_t* into, const uint8_t* now, const uint8_t* was, int32_t n) {
+    int32_t col = 0;
+    for (; col + 8 <= n; col += 8) {
+        uint64_t a;
+        uint64_t b;
+        std::memcpy(&a, now + col, 8);
+        std::memcpy(&b, was + col, 8);
+        if (a == b) continue;
+        for (int32_t k = col; k < col + 8; ++k) {
+            if (now[k] > was[k]) MoveEffectFilter::StampCoverageByte(into + k, now[k]);
+        }
+    }
+    for (; col < n; ++col) {
+        if (now[col] > was[col]) MoveEffectFilter::StampCoverageByte(into + col, now[col]);
+    }
+}
+
 // Order in which a batch's discs are stamped: bit-reversed indices, so that every pixel soon meets
 // a disc near it and the rim tests then skip the weaker ones.
 constexpr std::array<uint8_t, StrokeRaster::kBatchDiscs> MakeCoarseToFine() {
@@ -895,15 +914,33 @@ void StrokeRaster::FlushRange(int begin, int end) {
                 m_tile.resize(area + kTileSlack);
                 m_before.resize(area);
             }
-            // Start from what other tasks have stamped so far: the rim tests then skip more.
-            for (int64_t row = 0; row < tileHeight; ++row) {
-                uint8_t* from = m_view.pixels + (box[1] + row) * m_view.stride + box[0];
-                uint8_t* to = m_before.data() + row * tileWidth;
-                for (int64_t col = 0; col < tileWidth; ++col) {
-                    to[col] = std::atomic_ref<uint8_t>(from[col]).load(std::memory_order_relaxed);
+            // Per tile row, the columns the batch's discs can reach: a slanted stroke leaves most of
+            // its box untouched, and only these columns are read in and merged back. Elsewhere the
+            // tile holds stale bytes that nothing reads.
+            const std::size_t rows = static_cast<std::size_t>(tileHeight);
+            if (m_spans.size() < rows) m_spans.resize(rows);
+            std::fill_n(m_spans.begin(), rows, Span{box[2], box[0]});
+            for (int i = begin; i < end; ++i) {
+                if (!drawn[i]) continue;
+                const DiscGeometry& g = geometry[i];
+                for (int32_t y = g.y0; y < g.y1; ++y) {
+                    Span& span = m_spans[static_cast<std::size_t>(y - box[1])];
+                    span.left = std::min(span.left, g.x0);
+                    span.right = std::max(span.right, g.x1);
                 }
             }
-            std::memcpy(m_tile.data(), m_before.data(), area);
+            // Start from what other tasks have stamped so far: the rim tests then skip more.
+            for (std::size_t row = 0; row < rows; ++row) {
+                const Span span = m_spans[row];
+                if (span.left >= span.right) continue;
+                const std::size_t at = row * static_cast<std::size_t>(tileWidth) + (span.left - box[0]);
+                uint8_t* from =
+                    m_view.pixels + (box[1] + static_cast<int64_t>(row)) * m_view.stride + span.left;
+                uint8_t* was = m_before.data() + at;
+                for (int32_t col = 0; col < span.right - span.left; ++col)
+                    was[col] = std::atomic_ref<uint8_t>(from[col]).load(std::memory_order_relaxed);
+                std::memcpy(m_tile.data() + at, was, static_cast<std::size_t>(span.right - span.left));
+            }
             const PlainSurface tile{m_tile.data() - box[1] * tileWidth - box[0],
                                     static_cast<std::ptrdiff_t>(tileWidth)};
             for (int k = 0; k < kBatchDiscs; ++k) {
@@ -917,25 +954,13 @@ void StrokeRaster::FlushRange(int begin, int end) {
                     StampDisc(tile, geometry[i], *m_profile);
                 }
             }
-            for (int64_t row = 0; row < tileHeight; ++row) {
-                uint8_t* into = m_view.pixels + (box[1] + row) * m_view.stride + box[0];
-                const uint8_t* now = m_tile.data() + row * tileWidth;
-                const uint8_t* was = m_before.data() + row * tileWidth;
-                int64_t col = 0;
-                // Whole words that did not change are passed over without looking at their bytes.
-                for (; col + 8 <= tileWidth; col += 8) {
-                    uint64_t a;
-                    uint64_t b;
-                    std::memcpy(&a, now + col, 8);
-                    std::memcpy(&b, was + col, 8);
-                    if (a == b) continue;
-                    for (int64_t k = col; k < col + 8; ++k) {
-                        if (now[k] > was[k]) MoveEffectFilter::StampCoverageByte(into + k, now[k]);
-                    }
-                }
-                for (; col < tileWidth; ++col) {
-                    if (now[col] > was[col]) MoveEffectFilter::StampCoverageByte(into + col, now[col]);
-                }
+            for (std::size_t row = 0; row < rows; ++row) {
+                const Span span = m_spans[row];
+                if (span.left >= span.right) continue;
+                const std::size_t at = row * static_cast<std::size_t>(tileWidth) + (span.left - box[0]);
+                uint8_t* into =
+                    m_view.pixels + (box[1] + static_cast<int64_t>(row)) * m_view.stride + span.left;
+                MergeRaised(into, m_tile.data() + at, m_before.data() + at, span.right - span.left);
             }
         }
     }

@@ -180,6 +180,11 @@ private:
     int64_t m_lookups = 0;  // of remembered stamps, by this stroke
     std::vector<uint8_t> m_tile;
     std::vector<uint8_t> m_before;
+    struct Span {
+        int32_t left;   // first column a disc of the batch reaches
+        int32_t right;  // one past the last
+    };
+    std::vector<Span> m_spans;  // one per tile row
 };
 
 // Places the discs of a line from a (pressure pa) to b (pressure pb) as the filter's DrawLine does:
