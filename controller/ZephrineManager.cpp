@@ -529,6 +529,7 @@ void ZephrineManager::Calculate() {
     filter.SetTarget(m_target);
     filter.AttachGuide(guide);
     filter.SetProgressCallback(&ZephrineManager::OnProgress, this);
+    filter.SetSpareCoverage(&m_spareCoverage);
 
     const BitmapBlock& source = m_source;
     const uint8_t colorModel = ColorModelOfChannelOrder(source.channelOrder);
@@ -621,6 +622,7 @@ int ZephrineManager::OnProgress(int total, int done, void* manager) {
 void ZephrineManager::OnExitDraw() {
     RunGuarded([this] {
         ReleaseBitmap();
+        m_spareCoverage.Release();
         if (m_saveOnExit) SavePreset();
     });
 }

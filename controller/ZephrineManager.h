@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/MoveEffectFilter.h"
 #include "engine/MoveEffectParam.h"
 #include "guide/PathParser.h"
 #include "guide/PathPoint.h"
@@ -146,4 +147,7 @@ private:
     PointTarget m_target{};
     int32_t m_lastProgress = 0;                        // last step reported this pass
     int64_t m_hostState = kHostProcessAnswerContinue;  // host's last answer to "may I go on?"
+    // The last calculation's coverage buffer, for the next one of this run (the host restarts the
+    // calculation at every change of a setting); released when the run ends.
+    SpareCoverage m_spareCoverage;
 };

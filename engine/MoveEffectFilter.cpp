@@ -73,6 +73,40 @@ MoveEffectFilter::MoveEffectFilter(const MoveEffectParam& param, unsigned worker
 // The pool is declared last, so it is joined before the coverage and targets its tasks use go away.
 MoveEffectFilter::~MoveEffectFilter() = default;
 
+void MoveEffectFilter::FreeCoverage::operator()(uint8_t* buffer) const {
+    if (spare != nullptr) {
+        spare->Keep(buffer, bytes);
+    } else {
+        std::free(buffer);
+    }
+}
+
+// --- The spare coverage buffer --------------------------------------------------------------------
+
+void SpareCoverage::Release() {
+    std::free(m_buffer);
+    m_buffer = nullptr;
+    m_bytes = 0;
+}
+
+uint8_t* SpareCoverage::Take(std::size_t bytes) {
+    if (m_buffer == nullptr || m_bytes != bytes) {
+        // Another size: the page changed. Holding both would only add to the peak.
+        Release();
+        return nullptr;
+    }
+    uint8_t* buffer = m_buffer;
+    m_buffer = nullptr;
+    m_bytes = 0;
+    return buffer;
+}
+
+void SpareCoverage::Keep(uint8_t* buffer, std::size_t bytes) {
+    Release();
+    m_buffer = buffer;
+    m_bytes = bytes;
+}
+
 // --- Parameters and targets -----------------------------------------------------------------------
 
 void MoveEffectFilter::SetTarget(const PointTarget& target) {
@@ -206,12 +240,16 @@ void MoveEffectFilter::SetBaseImage(const MoveEffectImageParam* image) {
         return;
     }
     // Zeroed by rows on the pool rather than by calloc: a reused heap block would be cleared on this
-    // thread alone, and a fresh mapping would take its page faults one by one later on.
+    // thread alone, and a fresh mapping would take its page faults one by one later on. A spare
+    // holds whatever its last filter stamped, so it is cleared all the same.
     const std::size_t coverageWidth = std::max<std::size_t>(image->width, 1);
     const std::size_t coverageRows = std::max<uint32_t>(image->height, 1);
     if (coverageRows > std::numeric_limits<std::size_t>::max() / coverageWidth) return;
-    CoverageBuffer coverage(static_cast<uint8_t*>(std::malloc(coverageWidth * coverageRows)));
-    if (!coverage) return;  // too large to cover: leave the filter as it was
+    const std::size_t coverageBytes = coverageWidth * coverageRows;
+    uint8_t* buffer = m_spare != nullptr ? m_spare->Take(coverageBytes) : nullptr;
+    if (buffer == nullptr) buffer = static_cast<uint8_t*>(std::malloc(coverageBytes));
+    if (buffer == nullptr) return;  // too large to cover: leave the filter as it was
+    CoverageBuffer coverage(buffer, FreeCoverage{m_spare, coverageBytes});
     m_pool.ForEachChunk(static_cast<int64_t>(coverageRows), kRowsPerChunk * 4,
                         [&](int64_t begin, int64_t end) {
                             std::memset(coverage.get() + begin * coverageWidth, 0,

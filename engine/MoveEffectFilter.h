@@ -4,6 +4,7 @@
 //   filter.SetTarget(points);                 // handle points -> this arrangement's target
 //   filter.AttachGuide(&guide);               // borrowed; must outlive the filter
 //   filter.SetProgressCallback(OnProgress, user);
+//   filter.SetSpareCoverage(&spare);          // optional; borrowed; must outlive the filter
 //   filter.SetBaseImage(&image);              // borrowed pixels; allocates the coverage buffer
 //   filter.ApplyEffect(false);                // one PathTask per path, run on the pool
 //   filter.DrawToCanvas(layout, format, colour, dest, destRowBytes);
@@ -31,6 +32,35 @@
 
 class PathParser;
 class PathTask;
+
+// A coverage buffer kept from one filter for the next. A filter given a spare takes its buffer when
+// the sizes match and hands its own over when it is destroyed. Rendering again after the user changed
+// a setting then writes into memory that is already mapped: a fresh buffer of a large page costs
+// several times the clearing of a used one in page faults, and its release again on the way out.
+// Whoever makes the filters keeps the spare, and releases it when no more renders are coming.
+// One thread: the one that makes and destroys the filters.
+class SpareCoverage {
+public:
+    SpareCoverage() = default;
+    ~SpareCoverage() { Release(); }
+    SpareCoverage(const SpareCoverage&) = delete;
+    SpareCoverage& operator=(const SpareCoverage&) = delete;
+
+    // Frees the kept buffer, if any.
+    void Release();
+    // Bytes of the kept buffer; 0 when none is kept.
+    std::size_t GetKeptBytes() const { return m_buffer ? m_bytes : 0; }
+
+private:
+    friend class MoveEffectFilter;
+    // The kept buffer when it has exactly `bytes`, else null (a kept one of another size is freed).
+    uint8_t* Take(std::size_t bytes);
+    // Keeps `buffer` of `bytes`, freeing what was kept before.
+    void Keep(uint8_t* buffer, std::size_t bytes);
+
+    uint8_t* m_buffer = nullptr;
+    std::size_t m_bytes = 0;
+};
 
 class MoveEffectFilter {
 public:
@@ -87,6 +117,10 @@ public:
     PathParser* GetGuide() const { return m_guide; }
 
     void SetProgressCallback(ProgressCallback callback, void* user);
+
+    // Where the coverage buffer comes from and goes to (see SpareCoverage); null, the default,
+    // allocates a fresh one and frees it. Takes effect from the next SetBaseImage.
+    void SetSpareCoverage(SpareCoverage* spare) { m_spare = spare; }
 
     // Takes the image description and starts an empty coverage buffer of its size. An image without
     // pixels, or one that is too large to address, is ignored.
@@ -209,11 +243,17 @@ private:
     int32_t m_maskRowBytes = 0;
     const unsigned char* m_mask = nullptr;
 
+    // Frees a coverage buffer, or hands it to the spare it may have come from. The buffer is declared
+    // before the pool, so it goes only after the workers that stamp it have been joined.
+    // No member initialisers: inside the unfinished class they would keep an empty buffer from being made.
     struct FreeCoverage {
-        void operator()(uint8_t* buffer) const { std::free(buffer); }
+        SpareCoverage* spare;
+        std::size_t bytes;
+        void operator()(uint8_t* buffer) const;
     };
     using CoverageBuffer = std::unique_ptr<uint8_t[], FreeCoverage>;
 
+    SpareCoverage* m_spare = nullptr;
     CoverageBuffer m_coverage;
     std::atomic<int32_t> m_dirtyLeft{0};
     std::atomic<int32_t> m_dirtyTop{0};

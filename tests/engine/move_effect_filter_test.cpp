@@ -260,6 +260,38 @@ TEST(move_effect_filter_test, concurrent_stamps_keep_the_maximum_of_every_byte) 
     EXPECT_EQ(std::tuple(dirty.left, dirty.top, dirty.right, dirty.bottom), std::tuple(0, 7, 43, 35));
 }
 
+TEST(move_effect_filter_test, a_spare_buffer_is_reused_only_at_its_size_and_comes_back_cleared) {
+    TestImage image(0, 0, 8, 4, {1, 1, 1, 1});
+    SpareCoverage spare;
+    const uint8_t* first = nullptr;
+    {
+        MoveEffectFilter filter(MakeParam());
+        filter.SetSpareCoverage(&spare);
+        filter.SetBaseImage(&image.param);
+        first = filter.GetCoverage();
+        filter.StampCoverage(3, 2, 200);
+    }
+    EXPECT_EQ(spare.GetKeptBytes(), 32u);
+    {
+        MoveEffectFilter again(MakeParam());
+        again.SetSpareCoverage(&spare);
+        again.SetBaseImage(&image.param);
+        EXPECT_EQ(again.GetCoverage(), first);
+        EXPECT_EQ(spare.GetKeptBytes(), 0u);
+        EXPECT_EQ(std::vector<uint8_t>(again.GetCoverage(), again.GetCoverage() + 32),
+                  std::vector<uint8_t>(32, 0));
+        again.StampCoverage(0, 0, 9);
+    }
+    // Another size is not taken, and the kept buffer is let go rather than held beside the new one.
+    TestImage larger(0, 0, 16, 4, {1, 1, 1, 1});
+    MoveEffectFilter other(MakeParam());
+    other.SetSpareCoverage(&spare);
+    other.SetBaseImage(&larger.param);
+    EXPECT_EQ(spare.GetKeptBytes(), 0u);
+    EXPECT_EQ(std::vector<uint8_t>(other.GetCoverage(), other.GetCoverage() + 64),
+              std::vector<uint8_t>(64, 0));
+}
+
 // --- Compositing ----------------------------------------------------------------------------------
 
 namespace {
