@@ -23,8 +23,13 @@ constexpr double kOffsets[4] = {-0.375, -0.125, 0.125, 0.375};
 constexpr double kSampleReach = 0.5304;
 // Stamps are kept for discs up to this box side; larger ones are rare and drawn directly.
 constexpr int32_t kLargestStampSide = 129;
-// Spare bytes after a tile's last row, for stamps combined in whole 16-byte blocks.
-constexpr std::size_t kTileSlack = 16;
+// Spare bytes after each tile row. A stamp reaches a few columns past its disc's box (its own zeros
+// there), and is combined in whole 16-byte blocks: with this room beyond the tile's right edge the
+// stamps of a batch are never cut short there and need no byte-by-byte tail.
+constexpr int32_t kTileRowSlack = 32;
+// How far past the tile's right edge a stamp may be combined: the rest of the slack is for rounding
+// up to a whole block.
+constexpr int32_t kStampReachPastTile = kTileRowSlack - 16;
 
 // Everything about one disc that the pixel loops need, worked out once.
 struct DiscGeometry {
@@ -550,9 +555,9 @@ void MaxInto(uint8_t* dst, const uint8_t* src, int32_t n) {
         dst[i] = src[i] > dst[i] ? src[i] : dst[i];
 }
 
-// Max-combines the stamp, placed at the disc's anchor, into a tile that spans [x0, x1) x [y0, y1).
-// Rows are combined in whole 16-byte blocks: past the end of a row the stamp holds zeros, which leave
-// the tile as it is, and the tile keeps 16 spare bytes after its last row.
+// Max-combines the stamp, placed at the disc's anchor, into the columns [x0, x1) and rows [y0, y1) of
+// a tile. Rows are combined in whole 16-byte blocks: past the end of a row the stamp holds zeros,
+// which leave the tile as it is, and the tile's rows have 16 spare bytes past x1.
 void ApplyStamp(const PlainSurface& tile, const DiscStamp& stamp, const Disc& disc, int32_t x0, int32_t y0,
                 int32_t x1, int32_t y1) {
     const int32_t side = 2 * stamp.half + 1;
@@ -965,6 +970,7 @@ void StrokeRaster::FlushRange(int begin, int end) {
     int32_t dirty[4] = {m_view.width, m_view.height, 0, 0};
     int32_t box[4] = {m_view.width, m_view.height, 0, 0};
     bool any = false;
+    int64_t discArea = 0;  // of the drawn discs' boxes, overlaps counted again
     for (int i = begin; i < end; ++i) {
         DiscGeometry& g = geometry[i];
         drawn[i] = MakeGeometry(m_discs[i], *m_profile, m_view.width, m_view.height, g);
@@ -975,6 +981,7 @@ void StrokeRaster::FlushRange(int begin, int end) {
             drawn[i] = false;
             continue;
         }
+        discArea += static_cast<int64_t>(g.x1 - g.x0) * (g.y1 - g.y0);
         box[0] = std::min(box[0], g.x0);
         box[1] = std::min(box[1], g.y0);
         box[2] = std::max(box[2], g.x1);
@@ -995,18 +1002,21 @@ void StrokeRaster::FlushRange(int begin, int end) {
             if (drawn[begin])
                 StampDisc(SharedSurface{m_view.pixels, m_view.stride}, geometry[begin], *m_profile);
         } else {
-            const std::size_t area = static_cast<std::size_t>(tileWidth * tileHeight);
-            if (m_tile.size() < area + kTileSlack) {
-                m_tile.resize(area + kTileSlack);
+            const int64_t tileStride = tileWidth + kTileRowSlack;
+            const std::size_t area = static_cast<std::size_t>(tileStride * tileHeight);
+            if (m_tile.size() < area) {
+                m_tile.resize(area);
                 m_before.resize(area);
             }
-            // Per tile row, the columns the batch's discs can reach: a slanted stroke leaves most of
-            // its box untouched, and only these columns are read in and merged back. Elsewhere the
-            // tile holds stale bytes that nothing reads.
+            // Per tile row, the columns the batch's discs can reach: a slanted stroke of small discs
+            // leaves most of its box untouched, and only these columns are read in and merged back.
+            // Elsewhere the tile holds stale bytes that nothing reads. Discs that fill their box
+            // many times over would only pay for finding that out: they take whole rows.
             const std::size_t rows = static_cast<std::size_t>(tileHeight);
             if (m_spans.size() < rows) m_spans.resize(rows);
-            std::fill_n(m_spans.begin(), rows, Span{box[2], box[0]});
-            for (int i = begin; i < end; ++i) {
+            const bool sparse = discArea < tileWidth * tileHeight;
+            std::fill_n(m_spans.begin(), rows, sparse ? Span{box[2], box[0]} : Span{box[0], box[2]});
+            for (int i = begin; i < end && sparse; ++i) {
                 if (!drawn[i]) continue;
                 const DiscGeometry& g = geometry[i];
                 for (int32_t y = g.y0; y < g.y1; ++y) {
@@ -1019,23 +1029,26 @@ void StrokeRaster::FlushRange(int begin, int end) {
             for (std::size_t row = 0; row < rows; ++row) {
                 const Span span = m_spans[row];
                 if (span.left >= span.right) continue;
-                const std::size_t at = row * static_cast<std::size_t>(tileWidth) + (span.left - box[0]);
+                const std::size_t at = row * static_cast<std::size_t>(tileStride) + (span.left - box[0]);
                 uint8_t* from =
                     m_view.pixels + (box[1] + static_cast<int64_t>(row)) * m_view.stride + span.left;
                 uint8_t* was = m_before.data() + at;
                 for (int32_t col = 0; col < span.right - span.left; ++col)
                     was[col] = std::atomic_ref<uint8_t>(from[col]).load(std::memory_order_relaxed);
-                std::memcpy(m_tile.data() + at, was, static_cast<std::size_t>(span.right - span.left));
+                if (sparse)
+                    std::memcpy(m_tile.data() + at, was, static_cast<std::size_t>(span.right - span.left));
             }
-            const PlainSurface tile{m_tile.data() - box[1] * tileWidth - box[0],
-                                    static_cast<std::ptrdiff_t>(tileWidth)};
+            if (!sparse) std::memcpy(m_tile.data(), m_before.data(), area);
+            const PlainSurface tile{m_tile.data() - box[1] * tileStride - box[0],
+                                    static_cast<std::ptrdiff_t>(tileStride)};
+            const int32_t stampRight = box[2] + kStampReachPastTile;
             for (int k = 0; k < kBatchDiscs; ++k) {
                 const int i = begin + kCoarseToFine[k];
                 if (i >= end || !drawn[i]) continue;
                 if (UseStamp(i, begin, end)) {
-                    ApplyStamp(tile, m_stamp, m_discs[i], box[0], box[1], box[2], box[3]);
+                    ApplyStamp(tile, m_stamp, m_discs[i], box[0], box[1], stampRight, box[3]);
                 } else if (const DiscStamp* remembered = FindRememberedStamp(m_discs[i])) {
-                    ApplyStamp(tile, *remembered, m_discs[i], box[0], box[1], box[2], box[3]);
+                    ApplyStamp(tile, *remembered, m_discs[i], box[0], box[1], stampRight, box[3]);
                 } else {
                     StampDisc(tile, geometry[i], *m_profile);
                 }
@@ -1043,7 +1056,7 @@ void StrokeRaster::FlushRange(int begin, int end) {
             for (std::size_t row = 0; row < rows; ++row) {
                 const Span span = m_spans[row];
                 if (span.left >= span.right) continue;
-                const std::size_t at = row * static_cast<std::size_t>(tileWidth) + (span.left - box[0]);
+                const std::size_t at = row * static_cast<std::size_t>(tileStride) + (span.left - box[0]);
                 uint8_t* into =
                     m_view.pixels + (box[1] + static_cast<int64_t>(row)) * m_view.stride + span.left;
                 MergeRaised(into, m_tile.data() + at, m_before.data() + at, span.right - span.left);
