@@ -524,11 +524,13 @@ void BuildStamp(const Disc& disc, DiscProfile& profile, DiscStamp& stamp) {
 // Whether the stamp gives this disc's bytes: exactly where every decision of the stamp lies farther
 // from its threshold than the shift can move it, and, for soft rims, within a fraction of a level.
 bool CanReuse(const DiscStamp& stamp, const Disc& disc) {
-    if (stamp.diameter < 0 || StampHalf(disc.diameter) != stamp.half) return false;
+    if (stamp.diameter < 0) return false;
+    // Cheapest first: on a tapered stroke the diameter differs from one disc to the next.
     const double dr = std::fabs(disc.diameter - stamp.diameter) / 2;
+    if (!(dr <= 1e-6) || StampHalf(disc.diameter) != stamp.half) return false;
     const double shift = std::fabs(disc.x - Anchor(disc.x) - stamp.offsetX) +
                          std::fabs(disc.y - Anchor(disc.y) - stamp.offsetY);
-    if (!(dr <= 1e-6 && shift <= 1e-6)) return false;
+    if (!(shift <= 1e-6)) return false;
     const double reach = stamp.half + 2.0;
     const double r = stamp.diameter / 2;
     // How far any squared distance or threshold can move, plus rounding in either computation.
@@ -914,9 +916,12 @@ StrokeRaster::StrokeRaster(MoveEffectFilter* filter, const CoverageView& view, d
     : m_filter(filter), m_view(view), m_pass(pass), m_profile(&DiscProfile::ForHardness(hardness)) {}
 
 const DiscStamp* StrokeRaster::FindRememberedStamp(const Disc& disc) {
-    if (m_pass == 0 || !FitsStamp(disc.diameter)) return nullptr;
+    if (m_pass == 0 || m_memoryGaveUp || !FitsStamp(disc.diameter)) return nullptr;
     StampMemory& memory = StampMemory::ForPass(m_pass, m_profile->GetHardness());
-    if (!memory.IsWorthwhile()) return nullptr;
+    if (!memory.IsWorthwhile()) {
+        m_memoryGaveUp = true;
+        return nullptr;
+    }
     ++m_lookups;
     const DiscStamp* stamp = memory.Get(StampMemory::MakeKey(disc), disc, *m_profile);
     return stamp != nullptr && CanReuse(*stamp, disc) ? stamp : nullptr;

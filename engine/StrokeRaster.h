@@ -177,7 +177,8 @@ private:
     DiscStamp m_stamp;
     int64_t m_stampsMade = 0;
     int64_t m_stampReuses = 0;
-    int64_t m_lookups = 0;  // of remembered stamps, by this stroke
+    int64_t m_lookups = 0;        // of remembered stamps, by this stroke
+    bool m_memoryGaveUp = false;  // the pass's stamp memory stopped taking lookups; it does not resume
     std::vector<uint8_t> m_tile;
     std::vector<uint8_t> m_before;
     struct Span {
