@@ -75,11 +75,20 @@ void FillConstants(DiscGeometry& g, double x, double y, double diameter, DiscPro
     }
 }
 
-// Clamps a floor/ceil result to [0, limit]; NaN never reaches here.
-int32_t ClampEdge(double value, int32_t limit) {
-    if (value <= 0) return 0;
+// floor(value) and ceil(value) clamped to [0, limit], for finite or infinite values, without the
+// rounding calls: inside the range a truncation is the floor, and one more the ceiling when it
+// fell short.
+int32_t FloorClamped(double value, int32_t limit) {
+    if (value < 1) return 0;
     if (value >= limit) return limit;
     return static_cast<int32_t>(value);
+}
+
+int32_t CeilClamped(double value, int32_t limit) {
+    if (value <= 0) return 0;
+    if (value > static_cast<double>(limit) - 1) return limit;
+    const int32_t truncated = static_cast<int32_t>(value);
+    return truncated < value ? truncated + 1 : truncated;
 }
 
 // Canvas geometry of a disc, its box clipped to the canvas. False for discs that draw nothing and
@@ -87,10 +96,10 @@ int32_t ClampEdge(double value, int32_t limit) {
 bool MakeGeometry(const Disc& disc, DiscProfile& profile, int32_t width, int32_t height, DiscGeometry& g) {
     if (!std::isfinite(disc.x) || !std::isfinite(disc.y) || !std::isfinite(disc.diameter)) return false;
     FillConstants(g, disc.x, disc.y, disc.diameter, profile);
-    g.x0 = ClampEdge(std::floor(disc.x - g.r), width);
-    g.x1 = ClampEdge(std::ceil(disc.x + g.r), width);
-    g.y0 = ClampEdge(std::floor(disc.y - g.r), height);
-    g.y1 = ClampEdge(std::ceil(disc.y + g.r), height);
+    g.x0 = FloorClamped(disc.x - g.r, width);
+    g.x1 = CeilClamped(disc.x + g.r, width);
+    g.y0 = FloorClamped(disc.y - g.r, height);
+    g.y1 = CeilClamped(disc.y + g.r, height);
     return true;
 }
 
