@@ -1039,19 +1039,23 @@ void StrokeRaster::FlushRange(int begin, int end) {
                     span.right = std::max(span.right, g.x1);
                 }
             }
+            // Calls visit(offset in the tile, the shared bytes, count) for each row's span.
+            auto eachSpan = [&](auto&& visit) {
+                for (std::size_t row = 0; row < rows; ++row) {
+                    const Span span = m_spans[row];
+                    if (span.left >= span.right) continue;
+                    visit(row * static_cast<std::size_t>(tileStride) + (span.left - box[0]),
+                          m_view.pixels + (box[1] + static_cast<int64_t>(row)) * m_view.stride + span.left,
+                          span.right - span.left);
+                }
+            };
             // Start from what other tasks have stamped so far: the rim tests then skip more.
-            for (std::size_t row = 0; row < rows; ++row) {
-                const Span span = m_spans[row];
-                if (span.left >= span.right) continue;
-                const std::size_t at = row * static_cast<std::size_t>(tileStride) + (span.left - box[0]);
-                uint8_t* from =
-                    m_view.pixels + (box[1] + static_cast<int64_t>(row)) * m_view.stride + span.left;
+            eachSpan([&](std::size_t at, uint8_t* shared, int32_t count) {
                 uint8_t* was = m_before.data() + at;
-                for (int32_t col = 0; col < span.right - span.left; ++col)
-                    was[col] = std::atomic_ref<uint8_t>(from[col]).load(std::memory_order_relaxed);
-                if (sparse)
-                    std::memcpy(m_tile.data() + at, was, static_cast<std::size_t>(span.right - span.left));
-            }
+                for (int32_t col = 0; col < count; ++col)
+                    was[col] = std::atomic_ref<uint8_t>(shared[col]).load(std::memory_order_relaxed);
+                if (sparse) std::memcpy(m_tile.data() + at, was, static_cast<std::size_t>(count));
+            });
             if (!sparse) std::memcpy(m_tile.data(), m_before.data(), area);
             const PlainSurface tile{m_tile.data() - box[1] * tileStride - box[0],
                                     static_cast<std::ptrdiff_t>(tileStride)};
@@ -1067,14 +1071,9 @@ void StrokeRaster::FlushRange(int begin, int end) {
                     StampDisc(tile, geometry[i], *m_profile);
                 }
             }
-            for (std::size_t row = 0; row < rows; ++row) {
-                const Span span = m_spans[row];
-                if (span.left >= span.right) continue;
-                const std::size_t at = row * static_cast<std::size_t>(tileStride) + (span.left - box[0]);
-                uint8_t* into =
-                    m_view.pixels + (box[1] + static_cast<int64_t>(row)) * m_view.stride + span.left;
-                MergeRaised(into, m_tile.data() + at, m_before.data() + at, span.right - span.left);
-            }
+            eachSpan([&](std::size_t at, uint8_t* shared, int32_t count) {
+                MergeRaised(shared, m_tile.data() + at, m_before.data() + at, count);
+            });
         }
     }
     if (m_filter != nullptr) m_filter->GrowDirtyRect(dirty[0], dirty[1], dirty[2], dirty[3]);
