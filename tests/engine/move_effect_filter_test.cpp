@@ -180,6 +180,40 @@ TEST(move_effect_filter_test, depth_is_darkness_times_opacity_in_every_colour_mo
     }
 }
 
+TEST(move_effect_filter_test, the_mask_is_read_at_its_own_row_stride) {
+    // Rows of three bytes, with a row of zeros before them that a wrong row would land on.
+    std::vector<unsigned char> mask{0, 0, 0, 0, 255, 9, 255, 0, 9};
+    // 8-bit layers scale alpha by the mask; wider ones keep a legacy formula under which an
+    // unselected pixel still has alpha 0.5 / 255, scaled by 255 twice: 127, then (127 * 255) >> 8.
+    for (const auto& [format, unselected] : {std::pair{0, 0}, std::pair{1, 126}}) {
+        TestImage image(1, format, 2, 2, {0, 1});  // black, opaque
+        image.param.mask = mask.data() + 3;
+        image.param.maskRowBytes = 3;
+        MoveEffectFilter filter(MakeParam());
+        filter.SetBaseImage(&image.param);
+        EXPECT_EQ(filter.GetPixelDepth(0, 0), unselected) << "format " << format;
+        EXPECT_EQ(filter.GetPixelDepth(1, 0), 255) << "format " << format;
+        EXPECT_EQ(filter.GetPixelDepth(0, 1), 255) << "format " << format;
+        EXPECT_EQ(filter.GetPixelDepth(1, 1), unselected) << "format " << format;
+    }
+}
+
+TEST(move_effect_filter_test, the_ellipse_runs_along_p1_p2_and_through_p3) {
+    // Axis from (10, 20) to (50, 60): centre (30, 40), a quarter of a half turn; p3 lies across it.
+    const PointTarget points{10, 20, 50, 60, 23, 47};
+    CircleTarget circle{};
+    EXPECT_EQ(MoveEffectFilter::CreateCircleParam(&points, &circle), &circle);
+    EXPECT_EQ(std::tuple(circle.cx, circle.cy), std::tuple(30, 40));
+    EXPECT_NEAR(circle.radiusX, std::hypot(20, 20), 1e-9);
+    EXPECT_NEAR(circle.angle, std::atan(1.0), 1e-12);
+    EXPECT_NEAR(circle.radiusY, 7 * std::sqrt(2.0), 1e-9);
+    EXPECT_NEAR(circle.startAngle, 3 * std::atan(1.0), 1e-12);
+    // A p3 beyond the end of the axis leaves no ellipse: a circle.
+    const PointTarget beyond{10, 20, 50, 60, 60, 70};
+    MoveEffectFilter::CreateCircleParam(&beyond, &circle);
+    EXPECT_EQ(circle.radiusY, circle.radiusX);
+}
+
 TEST(move_effect_filter_test, wild_float_samples_give_a_depth_in_range) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
