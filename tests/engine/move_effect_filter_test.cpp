@@ -167,6 +167,7 @@ TEST(move_effect_filter_test, depth_is_darkness_times_opacity_in_every_colour_mo
         // CMYK goes through RGB
         {2, all, {0, 0, 0, 1, 1}, false, 255},  // full black
         {2, {0}, {1, 0, 0, 0, 1}, false, 77},   // cyan: lum (150*255 + 29*255) >> 8 = 178
+        {2, {0}, {0, 0, 1, 0, 1}, false, 29},   // yellow: lum (77*255 + 150*255) >> 8 = 226
         {2, {0}, {0, 0, 0, 1, 0}, false, 0},    // transparent
         // Alpha-only layers carry no ink
         {3, all, {1}, false, 0},

@@ -137,18 +137,28 @@ TEST(stroke_raster_test, the_filter_draws_lines_as_the_straightforward_discs_do)
         stroke_test::Layer layer(70, 50);
         auto filter = stroke_test::MakeFilter(param, PointTarget{}, guide, layer);
         Canvas reference(70, 50);
-        const PathPoint points[4] = {{-3, 10.3}, {30.7, 22.1}, {31.2, 22.9}, {75, 40}};
-        const double pressures[4] = {0.2, 1.0, 0.6, 0.9};
-        for (int i = 0; i < 3; ++i) {
+        // The same discs batched as stroke tasks stamp them: tiles, remembered stamps (the two lines
+        // that keep their size), whole-block stamps down a vertical line, and a thin slanted line whose
+        // tiles are read and merged by row spans.
+        Canvas batched(70, 50);
+        StrokeRaster raster(nullptr, batched.View(), hardness);
+        const PathPoint points[9] = {{-3, 10.3},    {30.7, 22.1}, {31.2, 22.9}, {75, 40}, {2.25, 44.5},
+                                     {60.25, 44.5}, {60.25, 3},   {66, 2},      {3, 47.5}};
+        const double pressures[9] = {0.2, 1.0, 0.6, 0.9, 0.7, 0.7, 0.7, 0.2, 0.25};
+        for (int i = 0; i < 8; ++i) {
+            if (i == 3 || i == 6) continue;  // gaps between the strokes
             filter->DrawLine(points[i], pressures[i], points[i + 1], pressures[i + 1]);
             ForEachLineDisc(points[i].x, points[i].y, pressures[i], points[i + 1].x, points[i + 1].y,
                             pressures[i + 1], param.size, [&](double x, double y, double d) {
                                 ReferenceDrawCircle(reference, hardness, x, y, d);
+                                raster.AddDisc(Disc{x, y, d});
                             });
         }
+        raster.Flush();
         Canvas fast(70, 50);
         fast.pixels.assign(filter->GetCoverage(), filter->GetCoverage() + fast.pixels.size());
         EXPECT_LE(LargestDifference(fast, reference), hardness == 1.0 ? 0 : 1) << "hardness " << hardness;
+        EXPECT_LE(LargestDifference(batched, reference), hardness == 1.0 ? 0 : 1) << "hardness " << hardness;
         const MoveEffectFilter::DirtyRect d = filter->GetDirtyRect();
         fast.dirty[0] = d.left;
         fast.dirty[1] = d.top;
