@@ -272,8 +272,9 @@ inline uint8_t SampleSoft(const DiscGeometry& g, const DiscProfile& profile, con
 // costs more than the pixels it would pass over (tapered tips and thin lines are made of such discs).
 constexpr int32_t kSmallDiscColumns = 4;
 
-// StampDisc for a disc of at most kSmallDiscColumns columns: each pixel is decided by the tests in
-// the order the design gives them, which is what the runs of StampDisc find as well.
+// StampDisc for a disc of at most kSmallDiscColumns columns: each pixel takes the tests one after the
+// other (centre deep in the core, corners all in the core, corners all beyond r, else samples), which
+// decides it as the runs of StampDisc do.
 template <class Surface>
 void StampSmallDisc(const Surface& surface, const DiscGeometry& g, DiscProfile& profile) {
     const double* skip = g.hard ? nullptr : profile.GetSkipThresholds(g.r);
