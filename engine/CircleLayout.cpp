@@ -6,7 +6,6 @@
 #include <cmath>
 #include <memory>
 #include <numbers>
-#include <vector>
 
 #include "engine/MoveEffectFilter.h"
 #include "engine/PathTask.h"
@@ -40,18 +39,12 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     Random random(0, 1);
     double f = 0;
     if (m_param.spcfluct != 0) f = random.Uniform() * m_param.spcfluct * spacing;
-    // The rings are made as AppendCircleTask makes them, collected, and enqueued spread out.
-    std::vector<std::shared_ptr<PathTask>> tasks;
     auto append = [&](double rx, double ry) {
-        tasks.push_back(
-            MakeRingTask(this, m_circleTarget.get(), centre, target.angle, target.startAngle, rx, ry));
+        AppendCircleTask(centre, target.angle, target.startAngle, rx, ry);
     };
     append(target.radiusX + f, target.radiusY + f);
     // With no spacing the ring count would be an infinite quotient: the target ring stands alone.
-    if (spacing == 0) {
-        EnqueueInOrder(m_pool, tasks);
-        return;
-    }
+    if (spacing == 0) return;
     // The most rings a pass may make, less one.
     const double most = std::trunc(maxDist / spacing);
     for (const int dir : {-1, 1}) {
@@ -75,7 +68,6 @@ void MoveEffectFilter::CreateCirclePathTasks() {
             s += m_param.spcgain;
         }
     }
-    EnqueueInOrder(m_pool, tasks);
 }
 
 void MoveEffectFilter::AppendCircleTask(const PathPoint& centre, double angle, double startAngle,

@@ -18,7 +18,6 @@
 
 #include "engine/MoveEffectParam.h"
 #include "guide/PathParser.h"
-#include "taskpool/ThreadPool.h"
 #include "taskpool/ThreadPoolTask.h"
 
 class MoveEffectFilter;
@@ -79,10 +78,3 @@ private:
 std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle,
                                        const PathPoint& centre, double angle, double startAngle,
                                        double radiusX, double radiusY);
-
-// Enqueues a layout's tasks in the layout's order, neighbour after neighbour: each worker's next path
-// then lies close to its last one, whose coverage is still in its cache. Spreading the workers over
-// distant parts of the list costs more than it saves: a worker that gets a task ahead then takes its
-// paths from alternate parts, cold every time, and dense passes ran up to half as long again. The
-// result does not depend on the order (coverage keeps the larger byte); only the time does.
-void EnqueueInOrder(ThreadPool& pool, std::vector<std::shared_ptr<PathTask>>& tasks);

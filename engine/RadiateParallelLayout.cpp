@@ -41,12 +41,6 @@ void PlaceGuide(const PathParser& guide, PathTask& task, double scale, double cu
 
 }  // namespace
 
-void EnqueueInOrder(ThreadPool& pool, std::vector<std::shared_ptr<PathTask>>& tasks) {
-    for (std::shared_ptr<PathTask>& task : tasks)
-        pool.Enqueue(std::move(task));
-    tasks.clear();
-}
-
 void MoveEffectFilter::CreateRadiatePathTasks() {
     if (!m_radiateTarget || m_guide == nullptr) return;
     BeginStrokePass();
@@ -64,7 +58,6 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
     if (!(step > 0)) return;
     const double scale = (farRadius - nearRadius) / m_guide->GetWidth();
     Random random(0, 1);
-    std::vector<std::shared_ptr<PathTask>> tasks;
     for (double a = firstAngle; a <= firstAngle + 2 * std::numbers::pi; a += step) {
         if (IsCancelled()) break;
         double angle = a;
@@ -73,9 +66,8 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
         PlaceGuide(
             *m_guide, *task, scale, m_param.curvature, angle,
             PathPoint{centre.x + nearRadius * std::cos(angle), centre.y + nearRadius * std::sin(angle)});
-        tasks.push_back(std::move(task));
+        m_pool.Enqueue(std::move(task));
     }
-    EnqueueInOrder(m_pool, tasks);
 }
 
 void MoveEffectFilter::CreateParallelPathTasks() {
@@ -93,7 +85,6 @@ void MoveEffectFilter::CreateParallelPathTasks() {
     const double wx = span > 0 ? (across.x - origin.x) / span : 0;
     const double wy = span > 0 ? (across.y - origin.y) / span : 0;
     Random random(0, 1);
-    std::vector<std::shared_ptr<PathTask>> tasks;
     double s = m_param.spacing;
     double offset = 0;
     for (int line = 0; line < kMostParallelLines; ++line) {
@@ -102,13 +93,12 @@ void MoveEffectFilter::CreateParallelPathTasks() {
         auto task = std::make_shared<PathTask>(this, nullptr);
         PlaceGuide(*m_guide, *task, scale, m_param.curvature, angle,
                    PathPoint{origin.x + wx * o, origin.y + wy * o});
-        tasks.push_back(std::move(task));
+        m_pool.Enqueue(std::move(task));
         offset += s + m_param.spcgain / 2;
         if (offset > span) break;
         s += m_param.spcgain;
         if (!(s > 0)) break;
     }
-    EnqueueInOrder(m_pool, tasks);
 }
 
 // Liang-Barsky: clip a->b against [0, width] x [0, height] and see whether anything is left.
