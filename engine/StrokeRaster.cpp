@@ -169,8 +169,14 @@ struct ColumnScratch {
             minCorner.resize(n);
             maxCorner.resize(n);
         }
-        for (std::size_t i = 0; i < n; ++i) {
-            const double dx = static_cast<double>(g.x0 + static_cast<int32_t>(i)) + 0.5 - g.x;
+        FillColumns(g, sxx.data(), centre.data(), minCorner.data(), maxCorner.data());
+    }
+
+    // The values for the columns x0 .. x1 - 1 of the disc's box, into arrays that have room for them.
+    static void FillColumns(const DiscGeometry& g, double* sxx, double* centre, double* minCorner,
+                            double* maxCorner) {
+        for (int32_t i = 0; i < g.x1 - g.x0; ++i) {
+            const double dx = static_cast<double>(g.x0 + i) + 0.5 - g.x;
             for (int s = 0; s < 4; ++s) {
                 const double sx = dx + kOffsets[s];
                 sxx[4 * i + s] = sx * sx;
@@ -268,6 +274,19 @@ inline uint8_t SampleSoft(const DiscGeometry& g, const DiscProfile& profile, con
     return ToCoverage(sum);
 }
 
+// Samples a rim pixel that holds `have` (below 255) into `value`; false where a soft disc cannot raise
+// it: its centre lies beyond the bound for what the pixel holds (DiscProfile::GetSkipThresholds).
+inline bool SampleRim(const DiscGeometry& g, const DiscProfile& profile, const double* skip, double centre2,
+                      uint8_t have, const double* sxx, const double* syy, uint8_t& value) {
+    if (g.hard) {
+        value = SampleHard(g, sxx, syy);
+        return true;
+    }
+    if (centre2 >= skip[have / DiscProfile::kBucketWidth]) return false;
+    value = SampleSoft(g, profile, sxx, syy);
+    return true;
+}
+
 // Discs at most this many columns wide are stamped pixel by pixel: for them the run search below
 // costs more than the pixels it would pass over (tapered tips and thin lines are made of such discs).
 constexpr int32_t kSmallDiscColumns = 4;
@@ -279,20 +298,11 @@ template <class Surface>
 void StampSmallDisc(const Surface& surface, const DiscGeometry& g, DiscProfile& profile) {
     const double* skip = g.hard ? nullptr : profile.GetSkipThresholds(g.r);
     const int32_t width = g.x1 - g.x0;
-    double sxx[kSmallDiscColumns][4];
+    double sxx[4 * kSmallDiscColumns];
     double centre[kSmallDiscColumns];
     double minCorner[kSmallDiscColumns];
     double maxCorner[kSmallDiscColumns];
-    for (int32_t c = 0; c < width; ++c) {
-        const double dx = static_cast<double>(g.x0 + c) + 0.5 - g.x;
-        for (int s = 0; s < 4; ++s) {
-            const double sx = dx + kOffsets[s];
-            sxx[c][s] = sx * sx;
-        }
-        centre[c] = dx * dx;
-        minCorner[c] = std::min(sxx[c][0], sxx[c][3]);
-        maxCorner[c] = std::max(sxx[c][0], sxx[c][3]);
-    }
+    ColumnScratch::FillColumns(g, sxx, centre, minCorner, maxCorner);
     for (int32_t py = g.y0; py < g.y1; ++py) {
         const RowValues rv(static_cast<double>(py) + 0.5 - g.y);
         auto row = surface.Row(py);
@@ -311,14 +321,11 @@ void StampSmallDisc(const Surface& surface, const DiscGeometry& g, DiscProfile& 
             if (allOut) {
                 // Corners both in the core and beyond r: a hard disc centred on this pixel.
                 if (!(allIn && centre2 < g.r2)) continue;
-                value = SampleHard(g, sxx[c], rv.syy);
+                value = SampleHard(g, &sxx[4 * c], rv.syy);
             } else if (allIn) {
                 value = 255;
-            } else if (g.hard) {
-                value = SampleHard(g, sxx[c], rv.syy);
-            } else {
-                if (centre2 >= skip[have / DiscProfile::kBucketWidth]) continue;
-                value = SampleSoft(g, profile, sxx[c], rv.syy);
+            } else if (!SampleRim(g, profile, skip, centre2, have, &sxx[4 * c], rv.syy, value)) {
+                continue;
             }
             if (value > have) Surface::Raise(row, px, value);
         }
@@ -360,12 +367,9 @@ void StampDisc(const Surface& surface, const DiscGeometry& g, DiscProfile& profi
             const uint8_t have = Surface::Load(row, px);
             if (have == 255) return;
             uint8_t value;
-            if (g.hard) {
-                value = SampleHard(g, &cols.sxx[4 * c], rv.syy);
-            } else {
-                if (cols.centre[c] + rv.centre >= skip[have / DiscProfile::kBucketWidth]) return;
-                value = SampleSoft(g, profile, &cols.sxx[4 * c], rv.syy);
-            }
+            if (!SampleRim(g, profile, skip, cols.centre[c] + rv.centre, have, &cols.sxx[4 * c], rv.syy,
+                           value))
+                return;
             if (value > have) Surface::Raise(row, px, value);
         };
 
