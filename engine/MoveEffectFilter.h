@@ -49,7 +49,7 @@ public:
     // Frees the kept buffer, if any.
     void Release();
     // Bytes of the kept buffer; 0 when none is kept.
-    std::size_t GetKeptBytes() const { return m_buffer ? m_bytes : 0; }
+    std::size_t GetKeptBytes() const { return m_bytes; }
 
 private:
     friend class MoveEffectFilter;
@@ -59,7 +59,7 @@ private:
     void Keep(uint8_t* buffer, std::size_t bytes);
 
     uint8_t* m_buffer = nullptr;
-    std::size_t m_bytes = 0;
+    std::size_t m_bytes = 0;  // 0 whenever m_buffer is null
 };
 
 class MoveEffectFilter {
