@@ -47,10 +47,6 @@ std::string ArrangementWord(int32_t type) {
     return text.substr(start, text.find('\n', start) - start);
 }
 
-bool IsBuiltInGuide(const std::string& name) {
-    return name == ":S" || name == ":C";
-}
-
 // The section each preset key is written in, learnt from the preset text itself.
 const std::map<std::string, std::string>& KeyCategories() {
     static const std::map<std::string, std::string> categories = [] {
@@ -193,13 +189,9 @@ public:
 
     // Reads an SVG guide; an empty answer means it can be chosen by `name`, else it says what is wrong.
     std::string AddGuide(const std::string& name, const std::string& svg) {
+        if (svg.empty()) return "no path with drawing commands";
         PathParser guide;
-        try {
-            if (svg.empty() || !guide.Parse(svg)) return "no path with drawing commands";
-        } catch (const std::exception&) {
-            return "malformed number in the path data";
-        }
-        if (!(guide.GetWidth() > 0)) return "the path has no horizontal extent";
+        if (std::string problem = ReadGuideText(svg, guide); !problem.empty()) return problem;
         if (name.empty() || IsBuiltInGuide(name) || name.size() > kIniNameMaxLength) return "unusable name";
         m_guides[name] = svg;
         return {};

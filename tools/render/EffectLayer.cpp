@@ -1,8 +1,20 @@
 #include "tools/render/EffectLayer.h"
 
+#include <exception>
 #include <utility>
 
 namespace brivane::tools {
+
+std::string ReadGuideText(const std::string& svg, PathParser& guide) {
+    try {
+        if (!guide.Parse(svg)) return "no path with drawing commands";
+    } catch (const std::exception&) {
+        // The reader lets the standard number conversion's error through for a malformed "d".
+        return "malformed number in the path data";
+    }
+    if (!(guide.GetWidth() > 0)) return "the path has no horizontal extent";
+    return {};
+}
 
 bool ApplyEffectTo(MoveEffectFilter& filter, const PointTarget& target, PathParser& guide, EngineLayer& layer,
                    const ProgressFn& progress) {

@@ -2,12 +2,19 @@
 // web page) run the same code as brivane-render.
 #pragma once
 
+#include <string>
+
 #include "engine/MoveEffectFilter.h"
 #include "guide/PathParser.h"
 #include "tools/render/LayerImage.h"
 #include "tools/render/Renderer.h"
 
 namespace brivane::tools {
+
+// Reads the text of an SVG guide into `guide`. Returns what makes it unusable ("no path with drawing
+// commands", "malformed number in the path data", "the path has no horizontal extent"), or an empty
+// string when it can be drawn along.
+std::string ReadGuideText(const std::string& svg, PathParser& guide);
 
 // Runs the effect over `layer` into the filter's coverage; false when the progress callback stopped it.
 bool ApplyEffectTo(MoveEffectFilter& filter, const PointTarget& target, PathParser& guide, EngineLayer& layer,

@@ -150,10 +150,6 @@ bool ReadType(std::string_view text, int32_t& type) {
     return false;
 }
 
-bool IsBuiltIn(const std::string& guide) {
-    return guide == ":S" || guide == ":C";
-}
-
 // The plug-in matches guide names without regard to letter case, the built-in ones included.
 std::string BuiltInOrAsGiven(const std::string& guide) {
     const std::string lower = Lower(guide);
@@ -188,6 +184,10 @@ bool CheckRanges(const P& s, std::string& error) {
 }
 
 }  // namespace
+
+bool IsBuiltInGuide(const std::string& guide) {
+    return guide == ":S" || guide == ":C";
+}
 
 bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& options, std::string& error) {
     GetDefaultPreset(&options.settings);
@@ -369,7 +369,7 @@ void ApplyPreset(const P& preset, const MoveEffectIniReadFlag& read, const std::
     // The plug-in ignores a guide name that matches none of its guides; an empty one never does.
     if (read.name && preset.name[0] != '\0') {
         options.guide = BuiltInOrAsGiven(preset.name);
-        options.guideFolder = IsBuiltIn(options.guide) ? "" : folder;
+        options.guideFolder = IsBuiltInGuide(options.guide) ? "" : folder;
         std::memset(s.name, 0, sizeof s.name);
         options.guide.copy(s.name, sizeof s.name - 1);
     }

@@ -57,6 +57,9 @@ struct RenderOptions {
     std::vector<std::string> readFiles;  // every file read besides the input, never to be overwritten
 };
 
+// Whether `guide` names one of the built-in guides, ":S" or ":C", as RenderOptions::guide holds them.
+bool IsBuiltInGuide(const std::string& guide);
+
 // Parses the arguments (without the program name). Preset files are read as they are met. Returns false
 // with a one-line reason; `options` may then be partly filled.
 bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& options, std::string& error);

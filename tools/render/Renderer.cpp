@@ -18,10 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool IsBuiltInGuide(const std::string& name) {
-    return name == ":S" || name == ":C";
-}
-
 // A bare guide name is matched as the plug-in matches it against its guide list: against the file names
 // without ".svg", letter case ignored, first match in listing order.
 std::string FindGuideByName(const std::string& folder, const std::string& name) {
@@ -113,18 +109,9 @@ bool LoadGuide(const RenderOptions& options, PathParser& guide, std::string& err
         error = path + ": bad guide file: empty";
         return false;
     }
-    try {
-        if (!guide.Parse(text)) {
-            error = path + ": bad guide file: no path with drawing commands";
-            return false;
-        }
-    } catch (const std::exception&) {
-        // The reader lets the standard number conversion's error through for a malformed "d".
-        error = path + ": bad guide file: malformed number in the path data";
-        return false;
-    }
-    if (!(guide.GetWidth() > 0)) {
-        error = path + ": bad guide file: the path has no horizontal extent";
+    const std::string problem = ReadGuideText(text, guide);
+    if (!problem.empty()) {
+        error = path + ": bad guide file: " + problem;
         return false;
     }
     return true;
