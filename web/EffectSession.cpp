@@ -47,23 +47,33 @@ std::string ArrangementWord(int32_t type) {
     return text.substr(start, text.find('\n', start) - start);
 }
 
+// Calls visit(section, key, value) for each "key=value" line of a preset text; the section is the
+// "[...]" line above it.
+template <class Visit>
+void ForEachPresetEntry(const std::string& text, Visit&& visit) {
+    std::string section, line;
+    for (const char c : text + "\n") {
+        if (c != '\n') {
+            line.push_back(c);
+            continue;
+        }
+        if (line.size() > 2 && line.front() == '[') section = line;
+        const size_t equals = line.find('=');
+        if (equals != std::string::npos) visit(section, line.substr(0, equals), line.substr(equals + 1));
+        line.clear();
+    }
+}
+
 // The section each preset key is written in, learnt from the preset text itself.
 const std::map<std::string, std::string>& KeyCategories() {
     static const std::map<std::string, std::string> categories = [] {
         MoveEffectIniParam defaults;
         GetDefaultPreset(&defaults);
         std::map<std::string, std::string> found;
-        std::string category, line;
-        for (const char c : FormatPresetText(defaults) + "\n") {
-            if (c != '\n') {
-                line.push_back(c);
-                continue;
-            }
-            if (line.size() > 2 && line.front() == '[') category = line;
-            const size_t equals = line.find('=');
-            if (equals != std::string::npos) found[line.substr(0, equals)] = category;
-            line.clear();
-        }
+        ForEachPresetEntry(FormatPresetText(defaults),
+                           [&found](const std::string& section, const std::string& key, const std::string&) {
+                               found[key] = section;
+                           });
         return found;
     }();
     return categories;
@@ -173,16 +183,8 @@ public:
     // Every setting under its preset key, as the text the preset file holds; the arrangement as its row.
     val Values() const {
         val values = val::object();
-        std::string line;
-        for (const char c : PresetText()) {
-            if (c != '\n') {
-                line.push_back(c);
-                continue;
-            }
-            const size_t equals = line.find('=');
-            if (equals != std::string::npos) values.set(line.substr(0, equals), line.substr(equals + 1));
-            line.clear();
-        }
+        ForEachPresetEntry(PresetText(), [&values](const std::string&, const std::string& key,
+                                                   const std::string& text) { values.set(key, text); });
         values.set("type", m_options.settings.type);
         return values;
     }
