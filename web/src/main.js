@@ -284,6 +284,12 @@ function baseName() {
   return (state.page?.name ?? 'page').replace(/\.[^.]*$/, '');
 }
 
+// Hands the page to a worker as a copy: the transfer takes the buffer it sends away from this side.
+function sendPage(engine, page) {
+  const copy = page.pixels.slice();
+  return engine.call('layer', { width: page.width, height: page.height, pixels: copy.buffer }, [copy.buffer]);
+}
+
 async function openPage(file) {
   if (!file) return;
   setStatus(`Opening ${file.name}…`);
@@ -307,8 +313,7 @@ async function openPage(file) {
   $('hint').hidden = true;
   layoutSheet();
 
-  const copy = pixels.slice();
-  await preview.call('layer', { width, height, pixels: copy.buffer }, [copy.buffer]);
+  await sendPage(preview, state.page);
   const { values } = await preview.call('values');
   showValues(values);
   for (const id of ['render', 'save-preset']) $(id).disabled = false;
@@ -362,8 +367,7 @@ async function renderFull() {
   setStatus('Rendering at full size…', 'rendering');
   const started = performance.now();
   try {
-    const copy = page.pixels.slice();
-    await renderer.call('layer', { width: page.width, height: page.height, pixels: copy.buffer }, [copy.buffer]);
+    await sendPage(renderer, page);
     for (const [name, svg] of state.guides) await renderer.call('guide', { name, svg });
     await renderer.call('preset', { text: preset });
     const { took } = await renderer.call('render', { color: colour() });
