@@ -1,7 +1,8 @@
 // The concentric arrangement: the target ellipse and rings grown outward and shrunk inward from it by
 // the spacing, each a closed path of its own PathTask, kept while they can be seen on the canvas. The
-// guide is wrapped once round each ring as a radial wobble. Runs on the caller's thread before the
-// pool starts; the guide is walked here, so no task may run before the layout is done.
+// guide is wrapped once round each ring as a radial wobble. The rings are chosen on the caller's thread
+// before the pool starts; each task lays out its own ring's vertices when it runs (AppendRing), over a
+// copy of the guide prepared here.
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -39,8 +40,20 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     Random random(0, 1);
     double f = 0;
     if (m_param.spcfluct != 0) f = random.Uniform() * m_param.spcfluct * spacing;
+    // Every ring walks the guide from its start. A guide that does not open with a usable move-to
+    // starts where its last preparation ended, so the first ring may see it flattened differently from
+    // the rest (as when each ring prepared the shared guide in turn); from the second on they all agree.
+    std::shared_ptr<const PathParser> walk;
+    int preparations = 0;
     auto append = [&](double rx, double ry) {
-        AppendCircleTask(centre, target.angle, target.startAngle, rx, ry);
+        if (preparations < 2) {
+            m_guide->PrepareSegments(false);
+            walk = std::make_shared<const PathParser>(*m_guide);
+            ++preparations;
+        }
+        m_pool.Enqueue(MakeRingTask(
+            this, m_circleTarget.get(),
+            RingShape{centre, target.angle, target.startAngle, rx, ry, m_param.curvature, walk}));
     };
     append(target.radiusX + f, target.radiusY + f);
     // With no spacing the ring count would be an infinite quotient: the target ring stands alone.
@@ -70,20 +83,19 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     }
 }
 
-void MoveEffectFilter::AppendCircleTask(const PathPoint& centre, double angle, double startAngle,
-                                        double radiusX, double radiusY) {
-    m_pool.Enqueue(MakeRingTask(this, m_circleTarget.get(), centre, angle, startAngle, radiusX, radiusY));
+std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle, RingShape ring) {
+    auto task = std::make_shared<PathTask>(filter, circle);
+    task->SetRing(std::move(ring));
+    return task;
 }
 
-std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle,
-                                       const PathPoint& centre, double angle, double startAngle,
-                                       double radiusX, double radiusY) {
-    auto task = std::make_shared<PathTask>(filter, circle);
-    PathParser* guide = filter->GetGuide();
-    const double curvature = filter->GetParameterRecord().curvature;
+// Worker thread.
+bool PathTask::AppendRing() {
+    const RingShape& ring = *m_ring;
     // Ramanujan's perimeter, one vertex per 5 px; at least 3, and an even count.
     const double perimeter =
-        (3 * (radiusX + radiusY) - std::sqrt((3 * radiusX + radiusY) * (radiusX + 3 * radiusY))) *
+        (3 * (ring.radiusX + ring.radiusY) -
+         std::sqrt((3 * ring.radiusX + ring.radiusY) * (ring.radiusX + 3 * ring.radiusY))) *
         std::numbers::pi;
     double count = std::ceil(perimeter / 5);
     if (!(count >= 3)) count = 3;
@@ -91,25 +103,28 @@ std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* c
     int n = static_cast<int>(count);
     if (n % 2 != 0) ++n;
 
-    guide->PrepareSegments(false);
-    guide->ResetPosition();
+    PathParser guide = *ring.guide;
     // A guide without pieces cannot be walked: it then adds no wobble.
-    const bool walk = !guide->GetLines().empty();
-    const double y0 = guide->GetPosition().point.y;
-    const double step = guide->GetTotalLength() / n;
-    const double ca = std::cos(angle);
-    const double sa = std::sin(angle);
+    const bool walk = !guide.GetLines().empty();
+    const double y0 = guide.GetPosition().point.y;
+    const double step = guide.GetTotalLength() / n;
+    const double ca = std::cos(ring.angle);
+    const double sa = std::sin(ring.angle);
     for (int i = 0; i <= n; ++i) {
-        const double psi = i * 2 * std::numbers::pi / n + startAngle;
-        const double d = (guide->GetPosition().point.y - y0) * curvature;
-        const PathPoint local = Rotate((radiusX + d) * std::cos(psi), (radiusY + d) * std::sin(psi), ca, sa);
-        PathSegment vertex;
-        vertex.type = i == 0 ? PathSegment::kMoveTo : PathSegment::kLineTo;
-        vertex.points.push_back(PathPoint{centre.x + local.x, centre.y + local.y});
-        task->AppendPathSegment(vertex);
-        if (walk) guide->MoveNext(step);
+        if (i % 4096 == 4095 && IsCancelled()) return false;
+        const double psi = i * 2 * std::numbers::pi / n + ring.startAngle;
+        const double d = (guide.GetPosition().point.y - y0) * ring.curvature;
+        const PathPoint local =
+            Rotate((ring.radiusX + d) * std::cos(psi), (ring.radiusY + d) * std::sin(psi), ca, sa);
+        const PathPoint vertex{ring.centre.x + local.x, ring.centre.y + local.y};
+        if (i == 0) {
+            m_path.AppendMoveTo(vertex);
+        } else {
+            m_path.AppendLineTo(vertex);
+        }
+        if (walk) guide.MoveNext(step);
     }
-    return task;
+    return true;
 }
 
 bool MoveEffectFilter::IsEllipseIn(const PathPoint& centre, double radiusX, double radiusY,

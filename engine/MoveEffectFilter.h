@@ -180,9 +180,6 @@ public:
     void CreateRadiatePathTasks();
     void CreateParallelPathTasks();
     void CreateCirclePathTasks();
-    // Builds and enqueues one ring task around `centre`.
-    void AppendCircleTask(const PathPoint& centre, double angle, double startAngle, double radiusX,
-                          double radiusY);
     // Whether any of the ellipse's outline can be seen on the canvas.
     bool IsEllipseIn(const PathPoint& centre, double radiusX, double radiusY, double angle) const;
     // Whether the segment a->b crosses the outline of the ellipse.

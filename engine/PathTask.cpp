@@ -65,6 +65,10 @@ void PathTask::AppendPathSegment(const PathSegment& segment) {
     m_path.Append(segment);
 }
 
+void PathTask::SetRing(RingShape ring) {
+    m_ring = std::make_unique<RingShape>(std::move(ring));
+}
+
 bool PathTask::IsInked(const PathPoint& point) const {
     return m_filter->GetPixelDepth(point) > kInkThreshold;
 }
@@ -72,6 +76,17 @@ bool PathTask::IsInked(const PathPoint& point) const {
 // Worker thread.
 void PathTask::Run() {
     if (IsCancelled()) return;
+    if (!m_ring) {
+        WalkPath();
+        return;
+    }
+    // A ring's vertices can run to megabytes; they are needed only while it is drawn.
+    if (AppendRing()) WalkPath();
+    m_ring.reset();
+    m_path = PathParser();
+}
+
+void PathTask::WalkPath() {
     const MoveEffectParam& param = *m_param;
     const bool closed = param.type == 2;
     if (!(ControlPolygonLength(m_path.GetSegments()) <= kMaxWalkedLength)) return;

@@ -25,6 +25,18 @@ class Random;
 
 // One stroke on a task's path, as distances along it (px). Either end may lie off the path: before
 // its start (negative) or past its end; the walk then follows the path's extension.
+// A ring that its task lays out itself, on the worker that runs it (see MakeRingTask).
+struct RingShape {
+    PathPoint centre;
+    double angle = 0;       // rotation of the ellipse, radians
+    double startAngle = 0;  // where the ring starts, radians from its first axis
+    double radiusX = 0;
+    double radiusY = 0;
+    double curvature = 0;  // scales the guide's wobble
+    // Prepared and reset, never changed again while tasks run: each ring walks its own copy.
+    std::shared_ptr<const PathParser> guide;
+};
+
 struct DistData {
     double start;   // where the stroke begins, px along the path
     double end;     // where it ends, px along the path
@@ -40,6 +52,8 @@ public:
 
     // Appends one command to the task's own path.
     void AppendPathSegment(const PathSegment& segment);
+    // Makes this a ring task: Run lays the ring out as its path first, and lets the path go when done.
+    void SetRing(RingShape ring);
 
     // Walks the path, finds the inked runs and stamps their strokes. Worker thread.
     void Run() override;
@@ -59,6 +73,10 @@ public:
 
 private:
     bool IsInked(const PathPoint& point) const;
+    // Lays out m_ring as the task's path; false when cancelled on the way.
+    bool AppendRing();
+    // Run's walk over the path.
+    void WalkPath();
 
     MoveEffectFilter* m_filter;              // where strokes are stamped (not owned)
     const MoveEffectParam* m_param;          // the filter's parameter record (not owned)
@@ -66,15 +84,14 @@ private:
     PathParser* m_guide;                     // the filter's guide (not owned)
     uint64_t m_pass;                         // the stroke pass open when the task was made
     PathParser m_path;                       // this task's own path and its walker
+    std::unique_ptr<RingShape> m_ring;       // set for ring tasks until Run has laid it out
     std::unique_ptr<Random> m_lengthRandom;  // only while Run walks
     std::unique_ptr<Random> m_positionRandom;  // only while Run walks
 };
 
-// The closed ring task that MoveEffectFilter::AppendCircleTask enqueues: an ellipse with these
-// semi-axes, rotated by `angle` about `centre`, starting at `startAngle`, with the filter's guide
-// wrapped once round it as a radial wobble scaled by the curvature. At least 4 vertices, an even
-// count, one per 5 px of perimeter; the last vertex closes the ring. Walks the filter's guide, so it
-// belongs to the layout's thread.
-std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle,
-                                       const PathPoint& centre, double angle, double startAngle,
-                                       double radiusX, double radiusY);
+// The closed ring task that the circle layout enqueues for each ring: an ellipse with the ring's
+// semi-axes, rotated by its angle about its centre, starting at its start angle, with the guide wrapped
+// once round it as a radial wobble scaled by the curvature. At least 4 vertices, an even count, one per
+// 5 px of perimeter; the last vertex closes the ring. The vertices are made when the task runs, so the
+// rings of a page are laid out on all the workers, and each ring's vertices live only while it is drawn.
+std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle, RingShape ring);
