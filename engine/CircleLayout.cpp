@@ -41,16 +41,12 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     double f = 0;
     if (m_param.spcfluct != 0) f = random.Uniform() * m_param.spcfluct * spacing;
     // Every ring walks the guide from its start. A guide that does not open with a usable move-to
-    // starts where its last preparation ended, so the first ring may see it flattened differently from
-    // the rest (as when each ring prepared the shared guide in turn); from the second on they all agree.
-    std::shared_ptr<const PathParser> walk;
-    int preparations = 0;
+    // starts where its last preparation ended: prepared twice, that is its own end whatever was
+    // prepared before, so every ring of every render gets the same wobble.
+    m_guide->PrepareSegments(false);
+    m_guide->PrepareSegments(false);
+    const auto walk = std::make_shared<const PathParser>(*m_guide);
     auto append = [&](double rx, double ry) {
-        if (preparations < 2) {
-            m_guide->PrepareSegments(false);
-            walk = std::make_shared<const PathParser>(*m_guide);
-            ++preparations;
-        }
         m_pool.Enqueue(MakeRingTask(
             this, m_circleTarget.get(),
             RingShape{centre, target.angle, target.startAngle, rx, ry, m_param.curvature, walk}));

@@ -102,6 +102,28 @@ TEST(layout_test,
     EXPECT_EQ(RenderSingleThreaded(*turned), 2);
 }
 
+TEST(layout_test, every_ring_of_every_render_wobbles_alike_when_the_guide_starts_without_a_usable_move) {
+    // Without its move-to the guide starts from the pen: a slope up from (0, 0) when fresh, flat
+    // along y = 10 from its own end once prepared.
+    PathParser guide;
+    for (const PathSegment& segment :
+         {PathSegment{PathSegment::kMoveTo, {{NAN, 0}}}, PathSegment{PathSegment::kLineTo, {{50, 10}}},
+          PathSegment{PathSegment::kLineTo, {{100, 10}}}}) {
+        guide.Append(segment);
+    }
+    MoveEffectParam param = QuietParam(2);
+    param.spacing = 10;
+    Layer layer(100, 100, true);
+    auto first = MakeFilter(param, PointTarget{25, 50, 75, 50, 50, 25}, guide, layer);
+    RenderSingleThreaded(*first);
+    auto again = MakeFilter(param, PointTarget{25, 50, 75, 50, 50, 25}, guide, layer);
+    RenderSingleThreaded(*again);
+    for (int32_t x = 0; x < 100; ++x) {
+        EXPECT_EQ(CoverageAt(*first, x, 50), CoverageAt(*again, x, 50)) << x;
+        EXPECT_EQ(CoverageAt(*first, 50, x), CoverageAt(*again, 50, x)) << x;
+    }
+}
+
 TEST(layout_test,
      ellipses_are_in_the_canvas_unless_round_or_beside_it_and_segments_meet_them_at_the_outline) {
     PathParser guide = StraightGuide();
