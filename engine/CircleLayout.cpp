@@ -45,7 +45,10 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     // prepared before, so every ring of every render gets the same wobble.
     m_guide->PrepareSegments(false);
     m_guide->PrepareSegments(false);
-    const auto walk = std::make_shared<const PathParser>(*m_guide);
+    // Only the pieces are walked: the copy each ring makes of it leaves the commands behind.
+    auto pieces = std::make_shared<PathParser>(*m_guide);
+    pieces->Clear();
+    const std::shared_ptr<const PathParser> walk = std::move(pieces);
     auto append = [&](double rx, double ry) {
         m_pool.Enqueue(MakeRingTask(
             this, m_circleTarget.get(),
