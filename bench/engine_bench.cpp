@@ -22,6 +22,7 @@
 #include <memory>
 #include <vector>
 
+#include "bridge/PlatformBridge.h"
 #include "engine/MoveEffectFilter.h"
 #include "engine/StrokeRaster.h"
 #include "guide/PathParser.h"
@@ -197,16 +198,16 @@ void BM_MemoryFloor(benchmark::State& state) {
 }
 
 // Not part of the floor: what a fresh coverage buffer costs the first time the whole page is touched
-// (allocation plus the operating system's page faults), as SetBaseImage and the strokes pay it.
+// (taking it from the system, the page faults, and giving it back), as the first render of a run pays it.
 void BM_FreshCoverage(benchmark::State& state) {
     const std::size_t pixels = static_cast<std::size_t>(kPageWidth) * kPageHeight;
     for (auto _ : state) {
-        std::unique_ptr<uint8_t, decltype(&std::free)> coverage(static_cast<uint8_t*>(std::calloc(pixels, 1)),
-                                                                &std::free);
+        auto* coverage = static_cast<uint8_t*>(ST_AllocatePages(pixels));
         for (std::size_t i = 0; i < pixels; i += 4096)
-            coverage.get()[i] = 1;
-        benchmark::DoNotOptimize(coverage.get());
+            coverage[i] = 1;
+        benchmark::DoNotOptimize(coverage);
         benchmark::ClobberMemory();
+        ST_FreePages(coverage, pixels);
     }
 }
 

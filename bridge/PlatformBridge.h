@@ -17,6 +17,7 @@
 #ifndef BRIVANE_BRIDGE_PLATFORMBRIDGE_H
 #define BRIVANE_BRIDGE_PLATFORMBRIDGE_H
 
+#include <stddef.h>
 #include <stdint.h>
 #ifndef __cplusplus
 #include <stdbool.h>
@@ -62,6 +63,15 @@ uint16_t** ST_EnumFiles(const char* folder, const char* extension, int32_t* coun
 
 /* Releases a list from ST_EnumFiles; null is ignored. A negative count is a caller's fault and aborts. */
 void ST_FreeEnumFiles(uint16_t** files, int32_t count);
+
+/* A new zeroed block of `bytes` for a page-sized image, or null for 0 bytes or when memory is refused.
+ * From 1 MiB on it comes straight from the system's virtual memory instead of the heap, with huge pages
+ * asked for where the system has them: nothing has to clear it, and the first touch of a large buffer
+ * costs a fraction of what small pages cost. Smaller blocks come from the heap (calloc). Release it with
+ * ST_FreePages and the same size, never with free. */
+void* ST_AllocatePages(size_t bytes);
+/* Releases a block from ST_AllocatePages of `bytes`; null is ignored. */
+void ST_FreePages(void* pages, size_t bytes);
 
 #ifdef __cplusplus
 }

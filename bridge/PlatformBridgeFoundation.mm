@@ -1,18 +1,31 @@
 // Foundation version of the platform bridge (macOS): NSFileManager for the folders, NSString for paths
-// and case folding. Transcoding and the release functions are shared by every system (BridgeText.cpp).
+// and case folding, mmap for page-sized blocks. Transcoding and the release functions are shared by every
+// system (BridgeText.cpp, BridgePages.cpp).
 // Built against GNUstep Base on Linux as well, where the contract tests run it.
 #import <Foundation/Foundation.h>
+#include <sys/mman.h>
 
 #include <climits>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "bridge/BridgePages.h"
 #include "bridge/BridgeText.h"
 #include "bridge/FullCaseFolding.h"
 #include "bridge/PlatformBridge.h"
 
 using namespace brivane::bridge;
+
+// Anonymous mappings come zeroed; the system picks the page size.
+void* brivane::bridge::MapPages(std::size_t bytes) {
+    void* pages = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return pages == MAP_FAILED ? nullptr : pages;
+}
+
+void brivane::bridge::UnmapPages(void* pages, std::size_t bytes) {
+    munmap(pages, bytes);
+}
 
 #if defined(GNUSTEP)
 // GNUstep Base (1.28) lacks two of the methods the bridge uses; these give what Foundation gives, from

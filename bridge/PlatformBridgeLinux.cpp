@@ -1,23 +1,60 @@
-// Linux version of the platform bridge: POSIX for folders, ICU for case mapping. Transcoding and the
-// release functions are shared by every system (BridgeText.cpp).
+// Linux version of the platform bridge: POSIX for folders and memory, ICU for case mapping. Transcoding
+// and the release functions are shared by every system (BridgeText.cpp, BridgePages.cpp).
 #include <dirent.h>
 #include <errno.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
+#include <unistd.h>
 
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "bridge/BridgePages.h"
 #include "bridge/BridgeText.h"
 #include "bridge/PlatformBridge.h"
 
 using namespace brivane::bridge;
+
+namespace {
+
+// Transparent huge pages cover 2 MiB each and only where a whole aligned 2 MiB lies in the mapping.
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+
+std::size_t RoundUpToPages(std::size_t bytes) {
+    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return (bytes + page - 1) / page * page;
+}
+
+}  // namespace
+
+// Maps a huge page more than asked and trims the ends, so that the block starts on a huge page; the
+// advice then lets the system back it with huge pages (it may not, which costs only speed).
+void* brivane::bridge::MapPages(std::size_t bytes) {
+    if (bytes > SIZE_MAX - 2 * kHugePage) return nullptr;
+    const std::size_t length = RoundUpToPages(bytes);
+    const std::size_t span = length + kHugePage;
+    void* raw = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (raw == MAP_FAILED) return nullptr;
+    const auto first = reinterpret_cast<std::uintptr_t>(raw);
+    const std::uintptr_t start = (first + kHugePage - 1) / kHugePage * kHugePage;
+    const std::size_t head = start - first;
+    if (head != 0) munmap(raw, head);
+    if (span - head - length != 0) munmap(reinterpret_cast<char*>(start + length), span - head - length);
+    madvise(reinterpret_cast<void*>(start), length, MADV_HUGEPAGE);
+    return reinterpret_cast<void*>(start);
+}
+
+void brivane::bridge::UnmapPages(void* pages, std::size_t bytes) {
+    munmap(pages, RoundUpToPages(bytes));
+}
 
 namespace {
 

@@ -1,14 +1,25 @@
 // The ST_ functions for a browser page (Emscripten). The page has no data folder: presets and guides
 // come from the file picker, so there is nothing to find, create or list. Transcoding and the release
-// functions are shared by every system (BridgeText.cpp); ICU is not part of the page, so lower-casing
-// is the C library's one-to-one mapping completed to full case folding with FullCaseFolding.h.
+// functions are shared by every system (BridgeText.cpp, BridgePages.cpp); ICU is not part of the page,
+// so lower-casing is the C library's one-to-one mapping completed to full case folding with
+// FullCaseFolding.h. A page's memory has no pages to ask for: large blocks come from the heap as well.
+#include <cstdlib>
 #include <cstring>
 #include <cwctype>
 #include <string>
 
+#include "bridge/BridgePages.h"
 #include "bridge/BridgeText.h"
 #include "bridge/FullCaseFolding.h"
 #include "bridge/PlatformBridge.h"
+
+void* brivane::bridge::MapPages(std::size_t bytes) {
+    return std::calloc(bytes, 1);
+}
+
+void brivane::bridge::UnmapPages(void* pages, std::size_t) {
+    std::free(pages);
+}
 
 using namespace brivane::bridge;
 

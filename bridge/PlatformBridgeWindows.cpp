@@ -1,7 +1,8 @@
 // Windows version of the platform bridge: the roaming application-data folder from the Known Folders
 // API, CreateDirectoryW and FindFirstFileW on wide paths, and the system's invariant lower-casing
 // (LCMapStringEx) completed to full case folding with FullCaseFolding.h, so the module needs no ICU.
-// Transcoding and the release functions are shared by every system (BridgeText.cpp).
+// VirtualAlloc gives page-sized blocks. Transcoding and the release functions are shared by every
+// system (BridgeText.cpp, BridgePages.cpp).
 #include <windows.h>
 // windows.h first: the shell headers build on its types.
 #include <knownfolders.h>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "bridge/BridgePages.h"
 #include "bridge/BridgeText.h"
 #include "bridge/FullCaseFolding.h"
 #include "bridge/PlatformBridge.h"
@@ -72,6 +74,15 @@ bool AppendLowerCase(const std::u16string& run, std::u16string& out) {
 }
 
 }  // namespace
+
+// Committed pages come zeroed.
+void* brivane::bridge::MapPages(std::size_t bytes) {
+    return VirtualAlloc(nullptr, bytes, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+}
+
+void brivane::bridge::UnmapPages(void* pages, std::size_t) {
+    VirtualFree(pages, 0, MEM_RELEASE);
+}
 
 extern "C" {
 

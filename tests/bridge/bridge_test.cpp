@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -259,6 +260,22 @@ TEST(bridge_test, listing_without_matches_gives_null_and_a_count_of_zero) {
         int32_t count = -1;
         EXPECT_EQ(ST_EnumFiles(folder, extension, &count), nullptr);
         EXPECT_EQ(count, 0);
+    }
+}
+
+TEST(bridge_test, page_blocks_come_zeroed_and_writable_from_the_heap_and_from_the_system_alike) {
+    EXPECT_EQ(ST_AllocatePages(0), nullptr);
+    ST_FreePages(nullptr, 1 << 20);
+    // Below, at and well past the size from which the system's pages are used, and one not a page multiple.
+    for (const size_t bytes : {size_t{100}, size_t{1} << 20, (size_t{5} << 20) + 12345}) {
+        auto* block = static_cast<unsigned char*>(ST_AllocatePages(bytes));
+        ASSERT_NE(block, nullptr) << bytes;
+        for (size_t i = 0; i < bytes; i += 4093)
+            ASSERT_EQ(block[i], 0) << bytes << " at " << i;
+        EXPECT_EQ(block[bytes - 1], 0);
+        std::memset(block, 0xAB, bytes);
+        EXPECT_EQ(block[bytes - 1], 0xAB);
+        ST_FreePages(block, bytes);
     }
 }
 
