@@ -50,7 +50,7 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     pieces->Clear();
     const std::shared_ptr<const PathParser> walk = std::move(pieces);
     auto append = [&](double rx, double ry) {
-        m_pool.Enqueue(MakeRingTask(
+        EnqueuePath(MakeRingTask(
             this, m_circleTarget.get(),
             RingShape{centre, target.angle, target.startAngle, rx, ry, m_param.curvature, walk}));
     };
@@ -82,6 +82,11 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     }
 }
 
+double RingPerimeter(double radiusX, double radiusY) {
+    return (3 * (radiusX + radiusY) - std::sqrt((3 * radiusX + radiusY) * (radiusX + 3 * radiusY))) *
+           std::numbers::pi;
+}
+
 std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle, RingShape ring) {
     auto task = std::make_shared<PathTask>(filter, circle);
     task->SetRing(std::move(ring));
@@ -91,12 +96,8 @@ std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* c
 // Worker thread.
 bool PathTask::AppendRing() {
     const RingShape& ring = *m_ring;
-    // Ramanujan's perimeter, one vertex per 5 px; at least 3, and an even count.
-    const double perimeter =
-        (3 * (ring.radiusX + ring.radiusY) -
-         std::sqrt((3 * ring.radiusX + ring.radiusY) * (ring.radiusX + 3 * ring.radiusY))) *
-        std::numbers::pi;
-    double count = std::ceil(perimeter / 5);
+    // One vertex per 5 px of perimeter; at least 3, and an even count.
+    double count = std::ceil(RingPerimeter(ring.radiusX, ring.radiusY) / 5);
     if (!(count >= 3)) count = 3;
     count = std::min(count, kMostRingVertices);
     int n = static_cast<int>(count);

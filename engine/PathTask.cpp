@@ -9,8 +9,6 @@
 
 namespace {
 
-// A path point counts as inked when the layer's ink depth there is above half.
-constexpr int kInkThreshold = 128;
 // Steps between two looks at the cancel flag in the walking and drawing loops: often enough to stop
 // within a fraction of a second, rarely enough to cost nothing.
 constexpr int kCancelPollSteps = 64;
@@ -70,7 +68,12 @@ void PathTask::SetRing(RingShape ring) {
 }
 
 bool PathTask::IsInked(const PathPoint& point) const {
-    return m_filter->GetPixelDepth(point) > kInkThreshold;
+    return m_filter->IsInked(point);
+}
+
+double PathTask::EstimateWalk() const {
+    return m_ring ? RingPerimeter(m_ring->radiusX, m_ring->radiusY)
+                  : ControlPolygonLength(m_path.GetSegments());
 }
 
 // Worker thread.

@@ -54,6 +54,8 @@ public:
     void AppendPathSegment(const PathSegment& segment);
     // Makes this a ring task: Run lays the ring out as its path first, and lets the path go when done.
     void SetRing(RingShape ring);
+    // About how many px the walk will step over: the ring's perimeter, or the path's control polygon.
+    double EstimateWalk() const;
 
     // Walks the path, finds the inked runs and stamps their strokes. Worker thread.
     void Run() override;
@@ -95,3 +97,5 @@ private:
 // 5 px of perimeter; the last vertex closes the ring. The vertices are made when the task runs, so the
 // rings of a page are laid out on all the workers, and each ring's vertices live only while it is drawn.
 std::shared_ptr<PathTask> MakeRingTask(MoveEffectFilter* filter, CircleTarget* circle, RingShape ring);
+// Ramanujan's approximation to the perimeter of an ellipse with these semi-axes.
+double RingPerimeter(double radiusX, double radiusY);

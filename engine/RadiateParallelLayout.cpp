@@ -66,7 +66,7 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
         PlaceGuide(
             *m_guide, *task, scale, m_param.curvature, angle,
             PathPoint{centre.x + nearRadius * std::cos(angle), centre.y + nearRadius * std::sin(angle)});
-        m_pool.Enqueue(std::move(task));
+        EnqueuePath(std::move(task));
     }
 }
 
@@ -93,7 +93,7 @@ void MoveEffectFilter::CreateParallelPathTasks() {
         auto task = std::make_shared<PathTask>(this, nullptr);
         PlaceGuide(*m_guide, *task, scale, m_param.curvature, angle,
                    PathPoint{origin.x + wx * o, origin.y + wy * o});
-        m_pool.Enqueue(std::move(task));
+        EnqueuePath(std::move(task));
         offset += s + m_param.spcgain / 2;
         if (offset > span) break;
         s += m_param.spcgain;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <random>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -196,6 +197,59 @@ TEST(move_effect_filter_test, the_mask_is_read_at_its_own_row_stride) {
         EXPECT_EQ(filter.GetPixelDepth(1, 0), 255) << "format " << format;
         EXPECT_EQ(filter.GetPixelDepth(0, 1), 255) << "format " << format;
         EXPECT_EQ(filter.GetPixelDepth(1, 1), unselected) << "format " << format;
+    }
+}
+
+// Grey x with alpha y at (x, y): every pair, grey first and second, plain and inverted. Then random
+// colour, CMYK and 16-bit pixels under a random selection, in padded rows.
+TEST(move_effect_filter_test, the_ink_map_answers_as_the_depth_does) {
+    auto check = [](MoveEffectImageParam image) {
+        MoveEffectFilter filter(MakeParam(), 2);
+        filter.SetBaseImage(&image);
+        filter.BuildInkMap();
+        ASSERT_TRUE(filter.HasInkMap());
+        for (uint32_t y = 0; y < image.height; ++y) {
+            for (uint32_t x = 0; x < image.width; ++x) {
+                const PathPoint p{x + 0.7, y + 0.2};
+                ASSERT_EQ(filter.IsInked(p), filter.GetPixelDepth(p) > 128)
+                    << image.colorModel << " " << x << ", " << y;
+            }
+        }
+        for (const PathPoint p : {PathPoint{-1.5, 3}, PathPoint{3, 1e12}, PathPoint{NAN, 2},
+                                  PathPoint{static_cast<double>(image.width), 0}}) {
+            EXPECT_FALSE(filter.IsInked(p)) << p.x << ", " << p.y;
+        }
+    };
+    std::vector<unsigned char> grey(256 * 256 * 2);
+    for (std::size_t i = 0; i < grey.size(); i += 2) {
+        grey[i] = static_cast<unsigned char>(i / 2 % 256);
+        grey[i + 1] = static_cast<unsigned char>(i / 512);
+    }
+    for (const uint8_t greyAt : {0, 1}) {
+        for (const bool invert : {false, true}) {
+            uint8_t offsets[2] = {greyAt, static_cast<uint8_t>(1 - greyAt)};
+            MoveEffectImageParam image = RawImage(1, offsets, 2, 256, 512, grey.data());
+            image.height = 256;
+            image.invertGray = invert;
+            check(image);
+        }
+    }
+    std::mt19937 random(11);
+    std::vector<unsigned char> pixels(50 * 400);
+    std::vector<unsigned char> mask(50 * 80);
+    for (unsigned char& byte : pixels)
+        byte = static_cast<unsigned char>(random());
+    for (unsigned char& byte : mask)
+        byte = static_cast<unsigned char>(random() | 0x80);
+    uint8_t offsets[5] = {3, 0, 2, 1, 4};
+    for (const auto& [model, format, bytes] : {std::tuple{0, 0, 4}, {2, 0, 5}, {1, 1, 4}}) {
+        MoveEffectImageParam image =
+            RawImage(model, offsets, model == 1 ? 2 : 5, 70, 70 * bytes + 3, pixels.data());
+        image.sampleFormat = static_cast<uint8_t>(format);
+        image.height = 50;
+        image.mask = mask.data();
+        image.maskRowBytes = 80;
+        check(image);
     }
 }
 
