@@ -487,6 +487,30 @@ void InkRowGrey(const unsigned char* pixel, bool invertGray, int32_t width, uint
     }
 }
 
+// Colour and alpha in four bytes, unmasked, in any channel order: the other usual layout. The rule of
+// Depth8<0>, with InkRowGrey's threshold test; sixteen bits hold the weighted sum of the channels too.
+void InkRowColour(const unsigned char* pixel, const uint8_t* off, int32_t width, uint64_t* words) {
+    constexpr int kProduct = (kInkThreshold + 1) << 8;
+    const unsigned char* red = pixel + off[0];
+    const unsigned char* green = pixel + off[1];
+    const unsigned char* blue = pixel + off[2];
+    const unsigned char* opacity = pixel + off[3];
+    uint8_t inked[64];
+    for (int32_t x0 = 0; x0 < width; x0 += 64) {
+        const int32_t count = std::min<int32_t>(64, width - x0);
+        for (int32_t i = x0; i < x0 + count; ++i) {
+            const uint16_t lum =
+                static_cast<uint16_t>(red[4 * i] * 77 + green[4 * i] * 150 + blue[4 * i] * 29) >> 8;
+            const uint16_t dark = static_cast<uint16_t>(255 - lum);
+            const uint16_t alpha = opacity[4 * i];
+            const uint16_t product = static_cast<uint16_t>(alpha * dark);
+            inked[i - x0] = alpha == 255 ? dark > kInkThreshold : product >= kProduct;
+        }
+        std::fill(inked + count, inked + 64, uint8_t{0});
+        words[x0 / 64] = PackFlags(inked);
+    }
+}
+
 }  // namespace
 
 int MoveEffectFilter::GetPixelDepth8(const unsigned char* pixel, int x, int y) const {
@@ -540,6 +564,10 @@ void MoveEffectFilter::BuildInkMap() {
                 m_mask == nullptr ? nullptr : m_mask + static_cast<std::size_t>(y) * m_maskRowBytes;
             switch (m_colorModel) {
                 case 0:
+                    if (mask == nullptr && m_pixelBytes == 4) {
+                        InkRowColour(pixel, m_channelOffsets, m_width, row);
+                        break;
+                    }
                     InkRow8<0>(pixel, m_pixelBytes, m_channelOffsets, m_invertGray, mask, m_width, row);
                     break;
                 case 1:

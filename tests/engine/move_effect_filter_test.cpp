@@ -201,7 +201,7 @@ TEST(move_effect_filter_test, the_mask_is_read_at_its_own_row_stride) {
 }
 
 // Grey x with alpha y at (x, y): every pair, grey first and second, plain and inverted. Then random
-// colour, CMYK and 16-bit pixels under a random selection, in padded rows.
+// colour (with and without a selection), CMYK and 16-bit pixels under a random selection, in padded rows.
 TEST(move_effect_filter_test, the_ink_map_answers_as_the_depth_does) {
     auto check = [](MoveEffectImageParam image) {
         MoveEffectFilter filter(MakeParam(), 2);
@@ -242,12 +242,13 @@ TEST(move_effect_filter_test, the_ink_map_answers_as_the_depth_does) {
     for (unsigned char& byte : mask)
         byte = static_cast<unsigned char>(random() | 0x80);
     uint8_t offsets[5] = {3, 0, 2, 1, 4};
-    for (const auto& [model, format, bytes] : {std::tuple{0, 0, 4}, {2, 0, 5}, {1, 1, 4}}) {
+    for (const auto& [model, format, bytes, masked] :
+         {std::tuple{0, 0, 4, true}, {0, 0, 4, false}, {2, 0, 5, true}, {1, 1, 4, true}}) {
         MoveEffectImageParam image =
             RawImage(model, offsets, model == 1 ? 2 : 5, 70, 70 * bytes + 3, pixels.data());
         image.sampleFormat = static_cast<uint8_t>(format);
         image.height = 50;
-        image.mask = mask.data();
+        image.mask = masked ? mask.data() : nullptr;
         image.maskRowBytes = 80;
         check(image);
     }
