@@ -23,8 +23,6 @@
 class MoveEffectFilter;
 class Random;
 
-// One stroke on a task's path, as distances along it (px). Either end may lie off the path: before
-// its start (negative) or past its end; the walk then follows the path's extension.
 // A ring that its task lays out itself, on the worker that runs it (see MakeRingTask).
 struct RingShape {
     PathPoint centre;
@@ -37,6 +35,8 @@ struct RingShape {
     std::shared_ptr<const PathParser> guide;
 };
 
+// One stroke on a task's path, as distances along it (px). Either end may lie off the path: before
+// its start (negative) or past its end; the walk then follows the path's extension.
 struct DistData {
     double start;   // where the stroke begins, px along the path
     double end;     // where it ends, px along the path
