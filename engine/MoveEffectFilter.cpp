@@ -374,11 +374,24 @@ float MoveEffectFilter::GetChannelAsFloat(const unsigned char* pixel, int channe
     }
 }
 
-int MoveEffectFilter::GetPixelDepth(const PathPoint& point) const {
-    // Out of int range (or NaN) is outside the image; the comparison is false for NaN.
+namespace {
+
+// The pixel a point falls in, both coordinates truncated toward zero; false when out of int range (or
+// NaN), which is outside any image. The comparisons are false for NaN.
+bool PixelOf(const PathPoint& point, int& x, int& y) {
     constexpr double kLimit = 2147483647.0;
-    if (!(point.x > -kLimit && point.x < kLimit && point.y > -kLimit && point.y < kLimit)) return -1;
-    return GetPixelDepth(static_cast<int>(point.x), static_cast<int>(point.y));
+    if (!(point.x > -kLimit && point.x < kLimit && point.y > -kLimit && point.y < kLimit)) return false;
+    x = static_cast<int>(point.x);
+    y = static_cast<int>(point.y);
+    return true;
+}
+
+}  // namespace
+
+int MoveEffectFilter::GetPixelDepth(const PathPoint& point) const {
+    int x;
+    int y;
+    return PixelOf(point, x, y) ? GetPixelDepth(x, y) : -1;
 }
 
 // Worker threads. Ink is darkness times opacity: a dark opaque pixel is deep, white or transparent
@@ -462,25 +475,28 @@ uint64_t PackFlags(const uint8_t (&flags)[64]) {
     return word;
 }
 
+// CombineDepth(alpha, dark) > kInkThreshold in a form that runs on vectors: an opaque pixel is inked
+// when its darkness is above the threshold, any other when alpha times darkness reaches the threshold's
+// next step times 256 (CombineDepth's shift), which a transparent or white pixel never does. Sixteen
+// bits hold every product (at most 255 x 255), so the vectors take eight pixels or more.
+uint8_t InkedFlag(uint16_t alpha, uint16_t dark) {
+    constexpr int kProduct = (kInkThreshold + 1) << 8;
+    const uint16_t product = static_cast<uint16_t>(alpha * dark);
+    return alpha == 255 ? dark > kInkThreshold : product >= kProduct;
+}
+
 // Grey and alpha in two bytes, unmasked, grey first or second: what most layers come as. The rule of
-// Depth8<1> and CombineDepth in a form that runs on vectors: an opaque pixel is inked when its darkness
-// is above the threshold, any other when alpha times darkness reaches the threshold's next step times
-// 256 (CombineDepth's shift), which a transparent or white pixel never does.
+// Depth8<1>, with InkedFlag.
 template <int GreyAt>
 void InkRowGrey(const unsigned char* pixel, bool invertGray, int32_t width, uint64_t* words) {
     constexpr int kAlphaAt = 1 - GreyAt;
-    constexpr int kProduct = (kInkThreshold + 1) << 8;
     uint8_t inked[64];
     for (int32_t x0 = 0; x0 < width; x0 += 64) {
         const int32_t count = std::min<int32_t>(64, width - x0);
         const unsigned char* p = pixel + 2 * static_cast<std::ptrdiff_t>(x0);
-        // Sixteen bits hold every product (at most 255 x 255), so the vectors take eight pixels or more.
         for (int32_t i = 0; i < count; ++i) {
             const uint16_t grey = p[2 * i + GreyAt];
-            const uint16_t alpha = p[2 * i + kAlphaAt];
-            const uint16_t dark = invertGray ? grey : static_cast<uint16_t>(255 - grey);
-            const uint16_t product = static_cast<uint16_t>(alpha * dark);
-            inked[i] = alpha == 255 ? dark > kInkThreshold : product >= kProduct;
+            inked[i] = InkedFlag(p[2 * i + kAlphaAt], invertGray ? grey : static_cast<uint16_t>(255 - grey));
         }
         std::fill(inked + count, inked + 64, uint8_t{0});
         words[x0 / 64] = PackFlags(inked);
@@ -488,9 +504,8 @@ void InkRowGrey(const unsigned char* pixel, bool invertGray, int32_t width, uint
 }
 
 // Colour and alpha in four bytes, unmasked, in any channel order: the other usual layout. The rule of
-// Depth8<0>, with InkRowGrey's threshold test; sixteen bits hold the weighted sum of the channels too.
+// Depth8<0>, with InkedFlag; sixteen bits hold the weighted sum of the channels too.
 void InkRowColour(const unsigned char* pixel, const uint8_t* off, int32_t width, uint64_t* words) {
-    constexpr int kProduct = (kInkThreshold + 1) << 8;
     const unsigned char* red = pixel + off[0];
     const unsigned char* green = pixel + off[1];
     const unsigned char* blue = pixel + off[2];
@@ -501,10 +516,7 @@ void InkRowColour(const unsigned char* pixel, const uint8_t* off, int32_t width,
         for (int32_t i = x0; i < x0 + count; ++i) {
             const uint16_t lum =
                 static_cast<uint16_t>(red[4 * i] * 77 + green[4 * i] * 150 + blue[4 * i] * 29) >> 8;
-            const uint16_t dark = static_cast<uint16_t>(255 - lum);
-            const uint16_t alpha = opacity[4 * i];
-            const uint16_t product = static_cast<uint16_t>(alpha * dark);
-            inked[i - x0] = alpha == 255 ? dark > kInkThreshold : product >= kProduct;
+            inked[i - x0] = InkedFlag(opacity[4 * i], static_cast<uint16_t>(255 - lum));
         }
         std::fill(inked + count, inked + 64, uint8_t{0});
         words[x0 / 64] = PackFlags(inked);
@@ -530,11 +542,9 @@ int MoveEffectFilter::GetPixelDepth8(const unsigned char* pixel, int x, int y) c
 
 bool MoveEffectFilter::IsInked(const PathPoint& point) const {
     if (m_inkBits == nullptr) return GetPixelDepth(point) > kInkThreshold;
-    constexpr double kLimit = 2147483647.0;
-    if (!(point.x > -kLimit && point.x < kLimit && point.y > -kLimit && point.y < kLimit)) return false;
-    const int x = static_cast<int>(point.x);
-    const int y = static_cast<int>(point.y);
-    if (x < 0 || y < 0 || x >= m_width || y >= m_height) return false;
+    int x;
+    int y;
+    if (!PixelOf(point, x, y) || x < 0 || y < 0 || x >= m_width || y >= m_height) return false;
     return (m_inkBits[static_cast<std::size_t>(y) * m_inkWordsPerRow + (x >> 6)] >> (x & 63)) & 1u;
 }
 
