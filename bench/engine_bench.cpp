@@ -17,9 +17,7 @@
 
 #include <bit>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "bridge/PlatformBridge.h"
