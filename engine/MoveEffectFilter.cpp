@@ -8,6 +8,10 @@
 #include <cstring>
 #include <limits>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "bridge/PlatformBridge.h"
 #include "engine/PathTask.h"
 
@@ -25,6 +29,33 @@ constexpr double kInkMapShare = 1.0 / 32;
 // Rows per chunk when a page-wide loop is split over the pool: a few hundred kilobytes of
 // destination each, enough to keep every core busy without waiting long on the slowest chunk.
 constexpr int64_t kRowsPerChunk = 32;
+
+// A buffer from this size on is far larger than a processor's last cache: little of what is written to
+// it is still there when it is read again (the coverage by the strokes, the destination by the host).
+// It is stored past the caches where the processor can. An ordinary store first reads the line it
+// lands in from memory, as much traffic again as the writing itself.
+constexpr std::size_t kStreamBytes = std::size_t{16} << 20;
+
+// Zeroes `bytes` from `out`, past the caches when `stream` and the processor has such stores.
+void ClearBytes(uint8_t* out, std::size_t bytes, [[maybe_unused]] bool stream) {
+    std::size_t i = 0;
+#if defined(__SSE2__)
+    if (stream) {
+        for (; i < bytes && (reinterpret_cast<std::uintptr_t>(out + i) & 15) != 0; ++i)
+            out[i] = 0;
+        const __m128i zero = _mm_setzero_si128();
+        for (; i + 64 <= bytes; i += 64) {
+            auto* o = reinterpret_cast<__m128i*>(out + i);
+            _mm_stream_si128(o, zero);
+            _mm_stream_si128(o + 1, zero);
+            _mm_stream_si128(o + 2, zero);
+            _mm_stream_si128(o + 3, zero);
+        }
+        _mm_sfence();
+    }
+#endif
+    std::memset(out + i, 0, bytes - i);
+}
 
 // Samples per pixel of each colour model, alpha included.
 int SamplesPerPixel(int colorModel) {
@@ -268,8 +299,9 @@ void MoveEffectFilter::SetBaseImage(const MoveEffectImageParam* image) {
     if (reused) {
         m_pool.ForEachChunk(static_cast<int64_t>(coverageRows), kRowsPerChunk * 4,
                             [&](int64_t begin, int64_t end) {
-                                std::memset(coverage.get() + begin * coverageWidth, 0,
-                                            static_cast<std::size_t>(end - begin) * coverageWidth);
+                                ClearBytes(coverage.get() + begin * coverageWidth,
+                                           static_cast<std::size_t>(end - begin) * coverageWidth,
+                                           coverageBytes >= kStreamBytes);
                             });
     }
 
@@ -673,6 +705,37 @@ void WriteRow8Words(const uint8_t* cover, int count, const unsigned char* color,
     }
 }
 
+// Four-byte 8-bit pixels stored past the caches (see kStreamBytes), 16 at a time where the processor has
+// such stores: the same words as WriteRow8Words.
+void StreamRow8Words(const uint8_t* cover, int count, const unsigned char* color, unsigned char* out) {
+    int x = 0;
+#if defined(__SSE2__)
+    // These stores need 16-byte aligned addresses; a row whose pixels never reach one is written whole
+    // below.
+    while (x < count && (reinterpret_cast<std::uintptr_t>(out + 4 * x) & 15) != 0)
+        ++x;
+    WriteRow8Words<uint32_t>(cover, x, color, out);
+    uint32_t base = 0;
+    std::memcpy(&base, color, 3);
+    const __m128i colour = _mm_set1_epi32(static_cast<int>(base));
+    const __m128i zero = _mm_setzero_si128();
+    for (; x + 16 <= count; x += 16) {
+        // The coverage bytes go to the top byte of each 32-bit lane: alpha, after the colour.
+        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cover + x));
+        const __m128i low = _mm_unpacklo_epi8(zero, c);
+        const __m128i high = _mm_unpackhi_epi8(zero, c);
+        auto* o = reinterpret_cast<__m128i*>(out + 4 * static_cast<std::size_t>(x));
+        _mm_stream_si128(o, _mm_or_si128(colour, _mm_unpacklo_epi16(zero, low)));
+        _mm_stream_si128(o + 1, _mm_or_si128(colour, _mm_unpackhi_epi16(zero, low)));
+        _mm_stream_si128(o + 2, _mm_or_si128(colour, _mm_unpacklo_epi16(zero, high)));
+        _mm_stream_si128(o + 3, _mm_or_si128(colour, _mm_unpackhi_epi16(zero, high)));
+    }
+    // Such stores are ordered with no other: fence them before the row is handed on.
+    _mm_sfence();
+#endif
+    WriteRow8Words<uint32_t>(cover + x, count - x, color, out + 4 * static_cast<std::size_t>(x));
+}
+
 // Wider samples: every pixel a coverage value can give is made once into a table, so the row loop is
 // a copy of a fixed size per pixel.
 template <int kPixelBytes>
@@ -683,7 +746,7 @@ void WriteRowFromTable(const uint8_t* cover, int count, const unsigned char* tab
 
 using RowWriter = void (*)(const uint8_t* cover, int count, const unsigned char* pixels, unsigned char* out);
 
-RowWriter RowWriterFor(int format, int pixelBytes) {
+RowWriter RowWriterFor(int format, int pixelBytes, bool stream) {
     if (format == 0) {
         switch (pixelBytes) {
             case 1:
@@ -691,7 +754,7 @@ RowWriter RowWriterFor(int format, int pixelBytes) {
             case 2:
                 return WriteRow8Words<uint16_t>;
             case 4:
-                return WriteRow8Words<uint32_t>;
+                return stream ? StreamRow8Words : WriteRow8Words<uint32_t>;
             default:
                 return WriteRow8<5>;
         }
@@ -718,14 +781,21 @@ void MoveEffectFilter::DrawToCanvas(int layout, int format, unsigned char* color
                                     int destRowBytes) {
     if (dest == nullptr || destRowBytes < 0) return;
     const std::size_t rowBytes = static_cast<std::size_t>(destRowBytes);
+    const bool stream = rowBytes * static_cast<std::size_t>(m_height) >= kStreamBytes;
     m_pool.ForEachChunk(m_height, kRowsPerChunk, [&](int64_t begin, int64_t end) {
-        DrawRowsToCanvas(layout, format, color, dest + static_cast<std::size_t>(begin) * rowBytes,
-                         destRowBytes, static_cast<int>(begin), static_cast<int>(end - begin));
+        DrawRows(layout, format, color, dest + static_cast<std::size_t>(begin) * rowBytes, destRowBytes,
+                 static_cast<int>(begin), static_cast<int>(end - begin), stream);
     });
 }
 
+// A writer's bands are reused and read back at once, so they stay in the caches.
 void MoveEffectFilter::DrawRowsToCanvas(int layout, int format, unsigned char* color, unsigned char* dest,
                                         int destRowBytes, int top, int rows) {
+    DrawRows(layout, format, color, dest, destRowBytes, top, rows, false);
+}
+
+void MoveEffectFilter::DrawRows(int layout, int format, unsigned char* color, unsigned char* dest,
+                                int destRowBytes, int top, int rows, bool stream) {
     top = std::clamp(top, 0, m_height);
     rows = std::clamp(rows, 0, m_height - top);
     if (dest == nullptr || destRowBytes < 0 || rows == 0) return;
@@ -782,7 +852,7 @@ void MoveEffectFilter::DrawRowsToCanvas(int layout, int format, unsigned char* c
         }
     }
     // 8-bit rows read only the colour samples of the first entry and take the coverage as it is.
-    const RowWriter writeRow = RowWriterFor(format, pixelBytes);
+    const RowWriter writeRow = RowWriterFor(format, pixelBytes, stream);
 
     const DirtyRect dirty = GetDirtyRect();
     const int left = std::max(dirty.left, 0);
@@ -795,12 +865,12 @@ void MoveEffectFilter::DrawRowsToCanvas(int layout, int format, unsigned char* c
     for (int y = top; y < top + rows; ++y) {
         unsigned char* row = dest + static_cast<std::size_t>(y - top) * rowBytes;
         if (y < dirtyTop || y >= dirtyBottom || left >= right) {
-            std::memset(row, 0, rowBytes);
+            ClearBytes(row, rowBytes, stream);
             continue;
         }
-        std::memset(row, 0, leftBytes);
+        ClearBytes(row, leftBytes, stream);
         writeRow(m_coverage.get() + Index(left, y), right - left, pixel, row + leftBytes);
-        std::memset(row + rightBytes, 0, rowBytes - rightBytes);
+        ClearBytes(row + rightBytes, rowBytes - rightBytes, stream);
     }
 }
 

@@ -234,6 +234,9 @@ private:
     static int SampleBytes(int sampleFormat);
     int GetPixelDepth8(const unsigned char* pixel, int x, int y) const;
     int GetPixelDepthWide(const unsigned char* pixel, int x, int y) const;
+    // DrawRowsToCanvas; `stream` stores four-byte 8-bit pixels past the caches.
+    void DrawRows(int layout, int format, unsigned char* color, unsigned char* dest, int destRowBytes,
+                  int top, int rows, bool stream);
     // Enqueues a layout's path task and counts the pixels its walk will step over.
     void EnqueuePath(std::shared_ptr<PathTask> task);
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstdint>
@@ -380,6 +381,23 @@ TEST(move_effect_filter_test, a_spare_buffer_is_reused_only_at_its_size_and_come
     EXPECT_EQ(spare.GetKeptBytes(), 0u);
     EXPECT_EQ(std::vector<uint8_t>(other.GetCoverage(), other.GetCoverage() + 64),
               std::vector<uint8_t>(64, 0));
+
+    // A page's buffer, cleared past the caches in chunks of rows that start anywhere in a line. The
+    // diagonal leaves a byte at every offset in a row.
+    constexpr int kSide = 4099;
+    std::vector<unsigned char> page(std::size_t{kSide} * kSide, 255);
+    uint8_t alpha = 0;
+    MoveEffectImageParam big = RawImage(3, &alpha, 1, kSide, kSide, page.data());
+    big.height = kSide;
+    for (int render = 0; render < 2; ++render) {
+        MoveEffectFilter filter(MakeParam());
+        filter.SetSpareCoverage(&spare);
+        filter.SetBaseImage(&big);
+        const uint8_t* coverage = filter.GetCoverage();
+        ASSERT_EQ(std::count(coverage, coverage + page.size(), 0), static_cast<std::ptrdiff_t>(page.size()));
+        for (int i = 0; i < kSide; ++i)
+            filter.StampCoverage(i, i, 1);
+    }
 }
 
 // --- Compositing ----------------------------------------------------------------------------------
@@ -450,20 +468,25 @@ TEST(move_effect_filter_test, pooled_compositing_writes_what_one_row_at_a_time_o
             filter.StampCoverage(x, y, static_cast<uint8_t>((x * 31 + y * 17) % 256));
     }
     filter.GrowDirtyRect(3, 5, 30, 290);
-    for (int layout : {0, 1, 2, 3, 7}) {
-        for (int format = 0; format < 5; ++format) {
-            SCOPED_TRACE(testing::Message() << "layout " << layout << " format " << format);
-            const int rowBytes = kWidth * 5 * 4 + 7;  // wide enough for every pixel, and padded
-            unsigned char color[20];
-            for (int i = 0; i < 20; ++i)
-                color[i] = static_cast<unsigned char>(40 + i);
-            std::vector<unsigned char> pooled(static_cast<std::size_t>(rowBytes) * kHeight, 0xAB);
-            std::vector<unsigned char> rows(pooled.size(), 0xCD);
-            filter.DrawToCanvas(layout, format, color, pooled.data(), rowBytes);
-            for (int y = 0; y < kHeight; ++y)
-                filter.DrawRowsToCanvas(layout, format, color, rows.data() + y * rowBytes, rowBytes, y, 1);
-            ASSERT_EQ(pooled, rows);
-            EXPECT_EQ(pooled[4 * rowBytes + 10], 0);  // above the dirty rectangle
+    // Rows wide enough for every pixel, and padded; then so long that the destination is written past
+    // the caches.
+    for (const int rowBytes : {kWidth * 5 * 4 + 7, (16 << 20) / kHeight + 7}) {
+        for (int layout : {0, 1, 2, 3, 7}) {
+            for (int format = 0; format < 5; ++format) {
+                SCOPED_TRACE(testing::Message()
+                             << "layout " << layout << " format " << format << " row " << rowBytes);
+                unsigned char color[20];
+                for (int i = 0; i < 20; ++i)
+                    color[i] = static_cast<unsigned char>(40 + i);
+                std::vector<unsigned char> pooled(static_cast<std::size_t>(rowBytes) * kHeight, 0xAB);
+                std::vector<unsigned char> rows(pooled.size(), 0xCD);
+                filter.DrawToCanvas(layout, format, color, pooled.data(), rowBytes);
+                for (int y = 0; y < kHeight; ++y)
+                    filter.DrawRowsToCanvas(layout, format, color, rows.data() + y * rowBytes, rowBytes, y,
+                                            1);
+                ASSERT_EQ(pooled, rows);
+                EXPECT_EQ(pooled[4 * rowBytes + 10], 0);  // above the dirty rectangle
+            }
         }
     }
 }
