@@ -7,6 +7,7 @@
 //   CircleRings/...   rings 10 px apart on a fully inked 4096 x 4096 page
 //   MemoryFloor/...   the least any render of that page costs: zeroing the coverage and writing the
 //                     RGBA destination once, over resident buffers; read the renders as ratios to it
+//   StreamedFloor     the same for B4 with stores past the caches, as the renders store a page
 //   FreshCoverage     allocating a B4 coverage buffer and touching each of its pages once: what the
 //                     first render of a run pays on top (Radiate/fresh is that render, pooled)
 //   CancelFirst/...   a dense soft render whose progress callback answers stop at the first report
@@ -19,6 +20,10 @@
 #include <cstdint>
 #include <cstring>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "bridge/PlatformBridge.h"
 #include "engine/MoveEffectFilter.h"
@@ -196,6 +201,45 @@ void BM_MemoryFloor(benchmark::State& state) {
     }
 }
 
+#if defined(__SSE2__)
+// The same traffic with every store past the caches, as the renders store a page: the floor for a
+// render that never reads a line it is about to overwrite. The buffers come from the heap whole,
+// 16-byte aligned.
+void BM_StreamedFloor(benchmark::State& state) {
+    Page& page = GetPage(kPageWidth, kPageHeight);
+    const std::size_t pixels = static_cast<std::size_t>(kPageWidth) * kPageHeight;
+    std::vector<uint8_t> coverage(pixels, 1);
+    const __m128i zero = _mm_setzero_si128();
+    for (auto _ : state) {
+        uint8_t* cover = coverage.data();
+        std::size_t i = 0;
+        for (; i + 16 <= pixels; i += 16)
+            _mm_stream_si128(reinterpret_cast<__m128i*>(cover + i), zero);
+        std::memset(cover + i, 0, pixels - i);
+        _mm_sfence();
+        benchmark::ClobberMemory();
+        uint8_t* dest = page.dest.data();
+        for (i = 0; i + 16 <= pixels; i += 16) {
+            const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(cover + i));
+            const __m128i low = _mm_unpacklo_epi8(zero, c);
+            const __m128i high = _mm_unpackhi_epi8(zero, c);
+            auto* out = reinterpret_cast<__m128i*>(dest + 4 * i);
+            _mm_stream_si128(out, _mm_unpacklo_epi16(zero, low));
+            _mm_stream_si128(out + 1, _mm_unpackhi_epi16(zero, low));
+            _mm_stream_si128(out + 2, _mm_unpacklo_epi16(zero, high));
+            _mm_stream_si128(out + 3, _mm_unpackhi_epi16(zero, high));
+        }
+        for (; i < pixels; ++i) {
+            const uint32_t pixel = static_cast<uint32_t>(cover[i]) << 24;
+            std::memcpy(dest + 4 * i, &pixel, 4);
+        }
+        _mm_sfence();
+        benchmark::DoNotOptimize(dest);
+        benchmark::ClobberMemory();
+    }
+}
+#endif
+
 // Not part of the floor: what a fresh coverage buffer costs the first time the whole page is touched
 // (taking it from the system, the page faults, and giving it back), as the first render of a run pays it.
 void BM_FreshCoverage(benchmark::State& state) {
@@ -235,5 +279,8 @@ BENCHMARK(BM_MemoryFloor)
     ->Args({kSquare, kSquare})
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
+#if defined(__SSE2__)
+BENCHMARK(BM_StreamedFloor)->UseRealTime()->Unit(benchmark::kMillisecond);
+#endif
 BENCHMARK(BM_FreshCoverage)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CancelFirst)->UseRealTime()->Unit(benchmark::kMillisecond);
