@@ -184,10 +184,11 @@ public:
 
     // --- Layouts (caller's thread, before the pool runs) -------------------------------------------
     // Each enqueues its paths as it makes them, neighbour after neighbour: a worker's next path then
-    // lies close to its last one, whose coverage is still in its cache. Spreading the workers over
-    // distant parts of the list cost more than it saved (a worker that got a task ahead then took its
-    // paths from alternate parts, cold every time; dense passes ran up to half as long again). The
-    // result does not depend on the order (coverage keeps the larger byte); only the time does.
+    // lies close to its last one, whose coverage is still in its cache, and the pool's workers take the
+    // list from both ends, away from each other. Dealing the paths out to the workers in turn cost more
+    // than it saved (each worker's paths then came from alternate parts, cold every time; dense passes
+    // ran up to half as long again). The result does not depend on the order (coverage keeps the larger
+    // byte); only the time does.
 
     void CreateRadiatePathTasks();
     void CreateParallelPathTasks();

@@ -43,8 +43,9 @@ public:
     // Not synchronised: set it between passes, from the thread that runs them.
     void SetProgressCallback(ProgressCallback callback, void* userData);
 
-    // Runs every queued task on the workers and returns when all have finished. Progress is reported
-    // on the calling thread, once per finished task. A task's exception is rethrown here.
+    // Runs every queued task on the workers and returns when all have finished: half the workers take
+    // the queue from the front, half from the back. Progress is reported on the calling thread, once
+    // per finished task. A task's exception is rethrown here.
     void Run();
     // Runs every queued task on the calling thread, in queue order. Meant for a pool that no other
     // thread feeds. Keeps GetTotalTasks()/GetCompletedTasks() up to date, unlike Run.
@@ -65,8 +66,9 @@ public:
 
 private:
     void StartWorkers(unsigned count);
-    // Worker-thread loop: takes jobs until the pool stops and the job queue is empty.
-    void WorkerLoop();
+    // Worker-thread loop: takes jobs, from the back of the queue if `fromBack`, until the pool stops
+    // and the job queue is empty.
+    void WorkerLoop(bool fromBack);
     // Returns once a job is queued, the pool stops, or a few milliseconds have passed. Worker threads.
     void AwaitJob() const;
     // Wakes the thread waiting in Run or ForEachChunk. Worker threads.

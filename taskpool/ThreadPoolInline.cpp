@@ -10,7 +10,7 @@ ThreadPool::~ThreadPool() = default;
 
 void ThreadPool::StartWorkers(unsigned) {}
 
-void ThreadPool::WorkerLoop() {}
+void ThreadPool::WorkerLoop(bool) {}
 
 void ThreadPool::Run() {
     RunAsSingleThread();

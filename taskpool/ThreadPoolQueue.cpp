@@ -74,7 +74,8 @@ void ThreadPool::ForEachChunk(int64_t count, int64_t grain,
     if (helpers > 0) {
         {
             std::lock_guard<std::mutex> lock(m_mutex);
-            // Helpers go to the front of the queue: jobs of an abandoned pass must not delay them.
+            // Helpers go to the front of the queue: jobs of an abandoned pass must not delay them (on the
+            // workers that take the front).
             for (int64_t i = 0; i < helpers; ++i) {
                 m_jobs.emplace_front([this, shared, work, &body] {
                     shared->inside.fetch_add(1);
