@@ -1,12 +1,12 @@
-// Timings for the closing note, not a test: preview latency while dragging on an A4 page at 300 dpi,
-// and the full-size render of the B4 page at 600 dpi in the browser against brivane-render.
+// Timings of the page, not a test: preview latency while dragging on an A4 page at 300 dpi, and the
+// full-size render of the B4 page at 600 dpi in the browser against brivane-render.
 //
-//   node tests/web/measure.mjs web/dist build/tools/render/brivane-render
+//   node bench/web_measure.mjs web/dist build/tools/render/brivane-render
 import { execFileSync } from 'node:child_process';
 import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { dragHandle, inkedPage, openBrowserPage, openPage, root } from './browser.mjs';
-import { encodePng } from './png.mjs';
+import { dragHandle, inkedPage, openBrowserPage, openPage, root } from '../tests/web/browser.mjs';
+import { encodePng } from '../tests/web/png.mjs';
 
 const [dist = join(root, 'web/dist'), render = join(root, 'build/tools/render/brivane-render')] = process.argv.slice(2);
 const { page, scratch, close } = await openBrowserPage(dist);
