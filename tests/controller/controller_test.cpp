@@ -160,8 +160,6 @@ TEST_F(controller_test, guide_and_preset_files_are_listed_once_after_the_fixed_r
     EXPECT_EQ(Item(202).decValue, 4.0);
 }
 
-// ---- Reactions to the panel ----
-
 // ---- Presets ----
 
 TEST_F(controller_test, a_preset_without_type_keeps_the_arrangement_and_applies_only_its_keys) {
@@ -185,25 +183,11 @@ TEST_F(controller_test, a_preset_with_every_key_sets_every_item) {
     OpenFilter();
     EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
     ExpectPoints({PointAt(0.1, 0.2), PointAt(0.3, 0.4), PointAt(0.5, 0.6)});
-    ExpectValues({{150, 2},
-                  {161, 2},
-                  {162, -2.5},
-                  {202, 3.5},
-                  {203, 0.25},
-                  {204, 0.5},
-                  {205, 100},
-                  {206, 200},
-                  {207, 1},
-                  {208, 1},
-                  {220, -40},
-                  {221, 0.1},
-                  {222, 30},
-                  {223, 0.2},
-                  {224, 70},
-                  {225, 0.3},
-                  {226, 4},
-                  {227, -5},
-                  {228, 0}});
+    const std::initializer_list<std::pair<int64_t, double>> every = {
+        {150, 2},   {161, 2},   {162, -2.5}, {202, 3.5}, {203, 0.25}, {204, 0.5}, {205, 100},
+        {206, 200}, {207, 1},   {208, 1},    {220, -40}, {221, 0.1},  {222, 30},  {223, 0.2},
+        {224, 70},  {225, 0.3}, {226, 4},    {227, -5},  {228, 0}};
+    ExpectValues(every);
 }
 
 TEST_F(controller_test, an_unreadable_preset_changes_nothing) {

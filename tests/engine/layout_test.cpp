@@ -13,12 +13,8 @@
 
 namespace {
 
-using stroke_test::CoverageAt;
-using stroke_test::Layer;
-using stroke_test::MakeFilter;
-using stroke_test::QuietParam;
-using stroke_test::RenderSingleThreaded;
-using stroke_test::StraightGuide;
+using namespace stroke_test;
+using Pixels = std::vector<std::pair<int32_t, int32_t>>;
 
 // Coverage-weighted mean row of column x.
 double MeanRow(const MoveEffectFilter& filter, int32_t x) {
@@ -58,15 +54,11 @@ TEST(layout_test, radiate_lines_stand_a_quarter_turn_apart_for_spacing_1000_out_
     // Four lines, and a fifth on top of the first when four steps add up to no more than a full turn.
     EXPECT_GE(tasks, 4);
     EXPECT_LE(tasks, 5);
-    for (const auto& [x, y] :
-         std::vector<std::pair<int32_t, int32_t>>{{50, 25}, {75, 50}, {50, 75}, {25, 50}}) {
+    for (const auto& [x, y] : Pixels{{50, 25}, {75, 50}, {50, 75}, {25, 50}})
         EXPECT_EQ(CoverageAt(*filter, x, y), 255) << x << ", " << y;
-    }
     // Nothing on the diagonals, nor inside the inner radius.
-    for (const auto& [x, y] :
-         std::vector<std::pair<int32_t, int32_t>>{{68, 32}, {68, 68}, {32, 68}, {32, 32}}) {
+    for (const auto& [x, y] : Pixels{{68, 32}, {68, 68}, {32, 68}, {32, 32}})
         EXPECT_EQ(CoverageAt(*filter, x, y), 0) << x << ", " << y;
-    }
     EXPECT_EQ(CoverageAt(*filter, 50, 45), 0);
     // The walk overshoots the path's end by a few px (and a disc by its radius), not by 8.
     EXPECT_EQ(CoverageAt(*filter, 50, 2), 0);

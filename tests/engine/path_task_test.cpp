@@ -14,12 +14,7 @@
 
 namespace {
 
-using stroke_test::CoverageAt;
-using stroke_test::Layer;
-using stroke_test::MakeFilter;
-using stroke_test::QuietParam;
-using stroke_test::RenderSingleThreaded;
-using stroke_test::StraightGuide;
+using namespace stroke_test;
 
 constexpr PointTarget kNoTarget{0, 0, 0, 0, 0, 0};
 

@@ -258,8 +258,6 @@ TEST(render_guide_test, matches_a_preset_guide_name_as_the_plugin_does_without_l
     EXPECT_EQ(options.guide, ":C");  // an empty name matches no guide: the current one stays
 }
 
-// --- Presets -----------------------------------------------------------------------------------------
-
 // --- Layer mapping -------------------------------------------------------------------------------------
 
 TEST(render_layer_test, every_png_layout_reads_as_ink_where_dark_and_opaque) {
