@@ -16,6 +16,7 @@
 // pooled (ApplyEffect, on every worker). Times are wall clock; discs/s counts the discs the strokes place.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -254,33 +255,57 @@ void BM_FreshCoverage(benchmark::State& state) {
     }
 }
 
+// The fastest repetition, beside the median: on a shared machine other load only ever adds time, so
+// the fastest run is the steadiest estimate of what a render costs, and of the speed-up.
+double Fastest(const std::vector<double>& times) {
+    return times.empty() ? 0 : *std::min_element(times.begin(), times.end());
+}
+
 }  // namespace
 
-BENCHMARK_CAPTURE(BM_Radiate, single, Mode::kSingle)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Radiate, pooled, Mode::kPooled)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Radiate, fresh, Mode::kFresh)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Radiate, single, Mode::kSingle)
+    ->UseRealTime()
+    ->ComputeStatistics("min", Fastest)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Radiate, pooled, Mode::kPooled)
+    ->UseRealTime()
+    ->ComputeStatistics("min", Fastest)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Radiate, fresh, Mode::kFresh)
+    ->UseRealTime()
+    ->ComputeStatistics("min", Fastest)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_ParallelDense, single, Mode::kSingle)
     ->ArgName("hardness%")
     ->Arg(100)
     ->Arg(50)
     ->UseRealTime()
+    ->ComputeStatistics("min", Fastest)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_ParallelDense, pooled, Mode::kPooled)
     ->ArgName("hardness%")
     ->Arg(100)
     ->Arg(50)
     ->UseRealTime()
+    ->ComputeStatistics("min", Fastest)
     ->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_CircleRings, single, Mode::kSingle)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_CircleRings, pooled, Mode::kPooled)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_CircleRings, single, Mode::kSingle)
+    ->UseRealTime()
+    ->ComputeStatistics("min", Fastest)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_CircleRings, pooled, Mode::kPooled)
+    ->UseRealTime()
+    ->ComputeStatistics("min", Fastest)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MemoryFloor)
     ->ArgNames({"width", "height"})
     ->Args({kPageWidth, kPageHeight})
     ->Args({kSquare, kSquare})
     ->UseRealTime()
+    ->ComputeStatistics("min", Fastest)
     ->Unit(benchmark::kMillisecond);
 #if defined(__SSE2__)
-BENCHMARK(BM_StreamedFloor)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StreamedFloor)->UseRealTime()->ComputeStatistics("min", Fastest)->Unit(benchmark::kMillisecond);
 #endif
-BENCHMARK(BM_FreshCoverage)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CancelFirst)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FreshCoverage)->UseRealTime()->ComputeStatistics("min", Fastest)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CancelFirst)->UseRealTime()->ComputeStatistics("min", Fastest)->Unit(benchmark::kMillisecond);
