@@ -8,6 +8,7 @@
 //   MemoryFloor/...   the least any render of that page costs: zeroing the coverage and writing the
 //                     RGBA destination once, over resident buffers; read the renders as ratios to it
 //   StreamedFloor     the same for B4 with stores past the caches, as the renders store a page
+//   Arithmetic/...    what two cores give at the moment, for reading the pool speed-ups
 //   FreshCoverage     allocating a B4 coverage buffer and touching each of its pages once: what the
 //                     first render of a run pays on top (Radiate/fresh is that render, pooled)
 //   CancelFirst/...   a dense soft render whose progress callback answers stop at the first report
@@ -18,6 +19,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -255,6 +257,21 @@ void BM_FreshCoverage(benchmark::State& state) {
     }
 }
 
+// What a second core gives this machine at the moment: a chain of arithmetic that touches no memory, on
+// one thread and on two at once. On a shared machine the second core is at times taken by other load
+// (two threads then get as little as 1.0x one thread's work done): read the pool speed-ups against the
+// ratio of this one's items/s in the same run.
+void BM_Arithmetic(benchmark::State& state) {
+    constexpr int kSteps = 1'000'000;
+    double x = 1.0 + state.thread_index();
+    for (auto _ : state) {
+        for (int i = 0; i < kSteps; ++i)
+            x = std::sqrt(x * 1.0000001 + 1.0);
+        benchmark::DoNotOptimize(x);
+    }
+    state.SetItemsProcessed(state.iterations() * kSteps);
+}
+
 // The fastest repetition, beside the median: on a shared machine other load only ever adds time, so
 // the fastest run is the steadiest estimate of what a render costs, and of the speed-up.
 double Fastest(const std::vector<double>& times) {
@@ -307,5 +324,6 @@ BENCHMARK(BM_MemoryFloor)
 #if defined(__SSE2__)
 BENCHMARK(BM_StreamedFloor)->UseRealTime()->ComputeStatistics("min", Fastest)->Unit(benchmark::kMillisecond);
 #endif
+BENCHMARK(BM_Arithmetic)->Threads(1)->Threads(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_FreshCoverage)->UseRealTime()->ComputeStatistics("min", Fastest)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CancelFirst)->UseRealTime()->ComputeStatistics("min", Fastest)->Unit(benchmark::kMillisecond);
