@@ -475,21 +475,6 @@ int Depth8(const unsigned char* pixel, const uint8_t* off, bool invertGray, cons
     return CombineDepth(a, 255 - lum);
 }
 
-// One row of an 8-bit image as ink bits; `mask` is the selection's row or null.
-template <int Model>
-void InkRow8(const unsigned char* pixel, int32_t pixelBytes, const uint8_t* off, bool invertGray,
-             const unsigned char* mask, int32_t width, uint64_t* words) {
-    for (int32_t x0 = 0; x0 < width; x0 += 64) {
-        const int32_t count = std::min<int32_t>(64, width - x0);
-        uint64_t word = 0;
-        for (int32_t i = 0; i < count; ++i, pixel += pixelBytes) {
-            const unsigned char* m = mask == nullptr ? nullptr : mask + x0 + i;
-            word |= static_cast<uint64_t>(Depth8<Model>(pixel, off, invertGray, m) > kInkThreshold) << i;
-        }
-        words[x0 / 64] = word;
-    }
-}
-
 // 64 flags of 0 or 1 as the bits of a word, flag i as bit i. Eight at a time where bytes are stored
 // little end first: one multiplication gathers the low bit of each byte into the top byte.
 uint64_t PackFlags(const uint8_t (&flags)[64]) {
@@ -517,22 +502,39 @@ uint8_t InkedFlag(uint16_t alpha, uint16_t dark) {
     return alpha == 255 ? dark > kInkThreshold : product >= kProduct;
 }
 
+// A row's ink bits: inkedAt(x), 0 or 1, for every x, gathered 64 flags to a word. The flags are worked
+// out into a small array first, so that loop runs on vectors where inkedAt allows.
+template <class InkedAt>
+void PackInkRow(int32_t width, uint64_t* words, InkedAt inkedAt) {
+    uint8_t inked[64];
+    for (int32_t x0 = 0; x0 < width; x0 += 64) {
+        const int32_t count = std::min<int32_t>(64, width - x0);
+        for (int32_t i = 0; i < count; ++i)
+            inked[i] = inkedAt(static_cast<std::ptrdiff_t>(x0) + i);
+        std::fill(inked + count, inked + 64, uint8_t{0});
+        words[x0 / 64] = PackFlags(inked);
+    }
+}
+
+// One row of an 8-bit image as ink bits; `mask` is the selection's row or null.
+template <int Model>
+void InkRow8(const unsigned char* pixel, int32_t pixelBytes, const uint8_t* off, bool invertGray,
+             const unsigned char* mask, int32_t width, uint64_t* words) {
+    PackInkRow(width, words, [&](std::ptrdiff_t x) {
+        return Depth8<Model>(pixel + x * pixelBytes, off, invertGray, mask == nullptr ? nullptr : mask + x) >
+               kInkThreshold;
+    });
+}
+
 // Grey and alpha in two bytes, unmasked, grey first or second: what most layers come as. The rule of
 // Depth8<1>, with InkedFlag.
 template <int GreyAt>
 void InkRowGrey(const unsigned char* pixel, bool invertGray, int32_t width, uint64_t* words) {
     constexpr int kAlphaAt = 1 - GreyAt;
-    uint8_t inked[64];
-    for (int32_t x0 = 0; x0 < width; x0 += 64) {
-        const int32_t count = std::min<int32_t>(64, width - x0);
-        const unsigned char* p = pixel + 2 * static_cast<std::ptrdiff_t>(x0);
-        for (int32_t i = 0; i < count; ++i) {
-            const uint16_t grey = p[2 * i + GreyAt];
-            inked[i] = InkedFlag(p[2 * i + kAlphaAt], invertGray ? grey : static_cast<uint16_t>(255 - grey));
-        }
-        std::fill(inked + count, inked + 64, uint8_t{0});
-        words[x0 / 64] = PackFlags(inked);
-    }
+    PackInkRow(width, words, [&](std::ptrdiff_t x) {
+        const uint16_t grey = pixel[2 * x + GreyAt];
+        return InkedFlag(pixel[2 * x + kAlphaAt], invertGray ? grey : static_cast<uint16_t>(255 - grey));
+    });
 }
 
 // Colour and alpha in four bytes, unmasked, in any channel order: the other usual layout. The rule of
@@ -542,17 +544,11 @@ void InkRowColour(const unsigned char* pixel, const uint8_t* off, int32_t width,
     const unsigned char* green = pixel + off[1];
     const unsigned char* blue = pixel + off[2];
     const unsigned char* opacity = pixel + off[3];
-    uint8_t inked[64];
-    for (int32_t x0 = 0; x0 < width; x0 += 64) {
-        const int32_t count = std::min<int32_t>(64, width - x0);
-        for (int32_t i = x0; i < x0 + count; ++i) {
-            const uint16_t lum =
-                static_cast<uint16_t>(red[4 * i] * 77 + green[4 * i] * 150 + blue[4 * i] * 29) >> 8;
-            inked[i - x0] = InkedFlag(opacity[4 * i], static_cast<uint16_t>(255 - lum));
-        }
-        std::fill(inked + count, inked + 64, uint8_t{0});
-        words[x0 / 64] = PackFlags(inked);
-    }
+    PackInkRow(width, words, [&](std::ptrdiff_t x) {
+        const uint16_t lum =
+            static_cast<uint16_t>(red[4 * x] * 77 + green[4 * x] * 150 + blue[4 * x] * 29) >> 8;
+        return InkedFlag(opacity[4 * x], static_cast<uint16_t>(255 - lum));
+    });
 }
 
 }  // namespace
