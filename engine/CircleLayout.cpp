@@ -1,8 +1,8 @@
 // The concentric arrangement: the target ellipse and rings grown outward and shrunk inward from it by
 // the spacing, each a closed path of its own PathTask, kept while they can be seen on the canvas. The
 // guide is wrapped once round each ring as a radial wobble. The rings are chosen on the caller's thread
-// before the pool starts; each task lays out its own ring's vertices when it runs (AppendRing), over a
-// copy of the guide prepared here.
+// before the pool starts; each task lays out its own ring's vertices when it runs (AppendRing), walking
+// the guide prepared here, which all the rings share.
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -25,6 +25,27 @@ PathPoint Rotate(double x, double y, double c, double s) {
 
 }  // namespace
 
+// Whether a ring with these semi-axes, the guide's wobble included, can come near the canvas: each of
+// its vertices lies within the ellipse whose semi-axes are longer by the largest wobble.
+bool MoveEffectFilter::RingMayShow(const PathParser& guide, const PathPoint& centre, double angle,
+                                   double radiusX, double radiusY) const {
+    const double y0 = guide.GetPosition().point.y;
+    double wobble = 0;
+    for (const LineSegment& piece : guide.GetLines())
+        wobble = std::max({wobble, std::abs(piece.start.y - y0), std::abs(piece.end.y - y0)});
+    wobble *= std::abs(m_param.curvature);
+    // A margin for the truncation that finds a point's pixel, and for rounding.
+    constexpr double kMargin = 2;
+    const double a = std::abs(radiusX) + wobble + kMargin;
+    const double b = std::abs(radiusY) + wobble + kMargin;
+    const double c = std::cos(angle);
+    const double s = std::sin(angle);
+    const double halfWidth = std::hypot(a * c, b * s);
+    const double halfHeight = std::hypot(a * s, b * c);
+    return centre.x + halfWidth >= 0 && centre.x - halfWidth <= m_width && centre.y + halfHeight >= 0 &&
+           centre.y - halfHeight <= m_height;
+}
+
 void MoveEffectFilter::CreateCirclePathTasks() {
     if (!m_circleTarget || m_guide == nullptr) return;
     BeginStrokePass();
@@ -45,7 +66,7 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     // prepared before, so every ring of every render gets the same wobble.
     m_guide->PrepareSegments(false);
     m_guide->PrepareSegments(false);
-    // Only the pieces are walked: the copy each ring makes of it leaves the commands behind.
+    // Only the pieces are walked, by every ring with a cursor of its own.
     auto pieces = std::make_shared<PathParser>(*m_guide);
     pieces->Clear();
     const std::shared_ptr<const PathParser> walk = std::move(pieces);
@@ -54,7 +75,10 @@ void MoveEffectFilter::CreateCirclePathTasks() {
             this, m_circleTarget.get(),
             RingShape{centre, target.angle, target.startAngle, rx, ry, m_param.curvature, walk}));
     };
-    append(target.radiusX + f, target.radiusY + f);
+    // The target ring is made only where it can meet the canvas: far off it, its vertices would cost
+    // time and memory for nothing. The rings of the passes are chosen by IsEllipseIn below.
+    if (RingMayShow(*walk, centre, target.angle, target.radiusX + f, target.radiusY + f))
+        append(target.radiusX + f, target.radiusY + f);
     // With no spacing the ring count would be an infinite quotient: the target ring stands alone.
     if (spacing == 0) return;
     // The most rings a pass may make, less one.
@@ -103,28 +127,30 @@ bool PathTask::AppendRing() {
     int n = static_cast<int>(count);
     if (n % 2 != 0) ++n;
 
-    PathParser guide = *ring.guide;
+    // Every ring walks the one shared guide with a cursor of its own.
+    const PathParser& guide = *ring.guide;
+    PositionData cursor = guide.GetPosition();
     // A guide without pieces cannot be walked: it then adds no wobble.
     const bool walk = !guide.GetLines().empty();
-    const double y0 = guide.GetPosition().point.y;
+    const double y0 = cursor.point.y;
     const double step = guide.GetTotalLength() / n;
     const double ca = std::cos(ring.angle);
     const double sa = std::sin(ring.angle);
+    // The vertices go straight into pieces: a ring never holds its commands.
+    m_path.BeginPieces(m_param->type == 2);
     for (int i = 0; i <= n; ++i) {
         if (i % 4096 == 4095 && IsCancelled()) return false;
         const double psi = i * 2 * std::numbers::pi / n + ring.startAngle;
-        const double d = (guide.GetPosition().point.y - y0) * ring.curvature;
+        const double d = (cursor.point.y - y0) * ring.curvature;
         const PathPoint local =
             Rotate((ring.radiusX + d) * std::cos(psi), (ring.radiusY + d) * std::sin(psi), ca, sa);
         const PathPoint vertex{ring.centre.x + local.x, ring.centre.y + local.y};
-        if (i == 0) {
-            m_path.AppendMoveTo(vertex);
-        } else {
-            m_path.AppendLineTo(vertex);
-        }
-        if (walk) guide.MoveNext(step);
+        m_path.AddPieces(i == 0 ? PathSegment::kMoveTo : PathSegment::kLineTo, &vertex, 1);
+        if (walk) guide.MoveNext(cursor, step);
     }
-    return true;
+    m_path.ResetPosition();
+    // Its length is the sum of its sides; absurd radii give one too long to walk.
+    return m_path.GetTotalLength() <= kMaxWalkedLength;
 }
 
 bool MoveEffectFilter::IsEllipseIn(const PathPoint& centre, double radiusX, double radiusY,

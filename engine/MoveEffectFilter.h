@@ -193,6 +193,9 @@ public:
     void CreateRadiatePathTasks();
     void CreateParallelPathTasks();
     void CreateCirclePathTasks();
+    // Whether a ring of the guide's wobble round that ellipse can meet the canvas at all.
+    bool RingMayShow(const PathParser& guide, const PathPoint& centre, double angle, double radiusX,
+                     double radiusY) const;
     // Whether any of the ellipse's outline can be seen on the canvas.
     bool IsEllipseIn(const PathPoint& centre, double radiusX, double radiusY, double angle) const;
     // Whether the segment a->b crosses the outline of the ellipse.

@@ -14,9 +14,11 @@ namespace {
 constexpr int kCancelPollSteps = 64;
 // Farther off the image than this, in pixels, the walk stops going pixel by pixel.
 constexpr double kFarOffImage = 64;
-// Paths longer than this, in pixels, are not walked: lines of a sane guide and target are far shorter,
-// and on much longer ones a one-pixel step is lost in rounding and the walk never ends.
-constexpr double kMaxWalkedLength = 1e12;
+// The steps one path may take: this many times the page's width plus height, and at least the second
+// figure (small pages). A wavy guide makes lines a few times longer than the page is wide; this leaves
+// room for many times that.
+constexpr double kWalkBudgetPages = 8;
+constexpr double kMinWalkBudget = 4096;
 
 // At least the length of the path (a curve is no longer than its control polygon), over the points that
 // flattening keeps; known before flattening, which a path too long to walk is spared.
@@ -71,29 +73,59 @@ bool PathTask::IsInked(const PathPoint& point) const {
     return m_filter->IsInked(point);
 }
 
+void PathTask::SetPlacement(const GuidePlacement& placement) {
+    m_placement = std::make_unique<GuidePlacement>(placement);
+}
+
 double PathTask::EstimateWalk() const {
-    return m_ring ? RingPerimeter(m_ring->radiusX, m_ring->radiusY)
-                  : ControlPolygonLength(m_path.GetSegments());
+    if (m_ring) return RingPerimeter(m_ring->radiusX, m_ring->radiusY);
+    if (m_placement) return m_placement->walk;
+    return ControlPolygonLength(m_path.GetSegments());
 }
 
 // Worker thread.
 void PathTask::Run() {
     if (IsCancelled()) return;
-    if (!m_ring) {
-        WalkPath();
+    if (m_ring || m_placement) {
+        if (m_ring ? AppendRing() : AppendPlacedGuide()) WalkPath();
+        // A path's pieces can run to megabytes; they are needed only while it is drawn.
+        m_ring.reset();
+        m_placement.reset();
+        m_path = PathParser();
         return;
     }
-    // A ring's vertices can run to megabytes; they are needed only while it is drawn.
-    if (AppendRing()) WalkPath();
-    m_ring.reset();
-    m_path = PathParser();
+    // A path built command by command.
+    if (!(ControlPolygonLength(m_path.GetSegments()) <= kMaxWalkedLength)) return;
+    m_path.PrepareSegments(m_param->type == 2);
+    WalkPath();
 }
 
+// Worker thread.
+bool PathTask::AppendPlacedGuide() {
+    const GuidePlacement& place = *m_placement;
+    if (!(place.walk <= kMaxWalkedLength)) return false;
+    m_path.BeginPieces(m_param->type == 2);
+    std::vector<PathPoint> points;
+    int poll = 0;
+    for (const PathSegment& segment : place.guide->GetSegments()) {
+        if (++poll % 4096 == 0 && IsCancelled()) return false;
+        points.clear();
+        for (const PathPoint& g : segment.points) {
+            const double u = (g.x - place.origin.x) * place.scale;
+            const double v = (g.y - place.origin.y) * place.curvature;
+            points.push_back(PathPoint{place.base.x + u * place.cosAngle - v * place.sinAngle,
+                                       place.base.y + u * place.sinAngle + v * place.cosAngle});
+        }
+        m_path.AddPieces(segment.type, points.data(), points.size());
+    }
+    m_path.ResetPosition();
+    return true;
+}
+
+// The path is prepared. Worker thread.
 void PathTask::WalkPath() {
     const MoveEffectParam& param = *m_param;
     const bool closed = param.type == 2;
-    if (!(ControlPolygonLength(m_path.GetSegments()) <= kMaxWalkedLength)) return;
-    m_path.PrepareSegments(closed);
     const double total = m_path.GetTotalLength();
     // Nothing to walk: no pieces, a length that is not a number, or a loop that would never advance.
     if (m_path.GetLines().empty() || !std::isfinite(total) || (closed && !(total > 0))) return;
@@ -102,11 +134,18 @@ void PathTask::WalkPath() {
     PathPoint point = m_path.MoveNext(0);
     int poll = 0;
     auto cancelled = [&] { return ++poll % kCancelPollSteps == 0 && IsCancelled(); };
+    // A line crosses the page once or a few times. A path that would step over many times more (a guide
+    // that zigzags across the page thousands of times) ends where its budget runs out, so that no one
+    // line costs more than a few.
+    const double budget =
+        kWalkBudgetPages * (static_cast<double>(m_filter->GetWidth()) + m_filter->GetHeight()) +
+        kMinWalkBudget;
+    double steps = 0;
 
     if (closed) {
         // Start the walk at the first point off the ink, so that no run is cut at the seam.
         while (m_path.GetPosition().distance < total && IsInked(point)) {
-            if (cancelled()) return;
+            if (cancelled() || ++steps > budget) return;
             point = m_path.MoveNext(1.0);
         }
         if (m_path.GetPosition().distance >= total) {
@@ -125,6 +164,7 @@ void PathTask::WalkPath() {
     double runStart = 0;
     do {
         if (cancelled()) return;
+        if (++steps > budget) break;
         const bool inked = IsInked(point);
         if (!inRun && inked) {
             runStart = m_path.GetPosition().distance;
@@ -143,6 +183,7 @@ void PathTask::WalkPath() {
         const double limit = m_path.GetPosition().distance + total + 1;
         while (IsInked(point) && m_path.GetPosition().distance < limit) {
             if (cancelled()) return;
+            if (++steps > budget) break;
             if (!inRun) {
                 runStart = m_path.GetPosition().distance;
                 inRun = true;

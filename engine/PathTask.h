@@ -35,6 +35,21 @@ struct RingShape {
     std::shared_ptr<const PathParser> guide;
 };
 
+// How a layout places the guide for one path, without copying it: every point (gx, gy) of the guide
+// becomes base + R(angle) * ((gx - origin.x) * scale, (gy - origin.y) * curvature). All the paths of a
+// layout share the one guide, read only; each task flattens its own placement only while it runs, so a
+// guide of many pieces is held once however many lines it makes.
+struct GuidePlacement {
+    const PathParser* guide = nullptr;  // prepared by nobody: its commands are read, never walked
+    PathPoint origin{};                 // the guide's first point, which lands on base
+    double scale = 0;                   // along the line
+    double curvature = 0;               // across it
+    double cosAngle = 1;
+    double sinAngle = 0;
+    PathPoint base{};
+    double walk = 0;  // length of the placed control polygon, px: at least the path's length
+};
+
 // One stroke on a task's path, as distances along it (px). Either end may lie off the path: before
 // its start (negative) or past its end; the walk then follows the path's extension.
 struct DistData {
@@ -46,6 +61,10 @@ struct DistData {
 
 class PathTask : public ThreadPoolTask {
 public:
+    // Paths longer than this, in pixels, are not walked: lines of a sane guide and target are far
+    // shorter, and on much longer ones a one-pixel step is lost in rounding and the walk never ends.
+    static constexpr double kMaxWalkedLength = 1e12;
+
     // A guide must be attached to the filter; its walking position is reset here.
     PathTask(MoveEffectFilter* filter, CircleTarget* circle);
     ~PathTask() override;
@@ -54,6 +73,8 @@ public:
     void AppendPathSegment(const PathSegment& segment);
     // Makes this a ring task: Run lays the ring out as its path first, and lets the path go when done.
     void SetRing(RingShape ring);
+    // Makes the placed guide this task's path; Run flattens it, and lets the pieces go when done.
+    void SetPlacement(const GuidePlacement& placement);
     // About how many px the walk will step over: the ring's perimeter, or the path's control polygon.
     double EstimateWalk() const;
 
@@ -77,18 +98,21 @@ private:
     bool IsInked(const PathPoint& point) const;
     // Lays out m_ring as the task's path; false when cancelled on the way.
     bool AppendRing();
+    // Flattens the placed guide as the task's path; false when the path is too long to walk.
+    bool AppendPlacedGuide();
     // Run's walk over the path.
     void WalkPath();
 
-    MoveEffectFilter* m_filter;              // where strokes are stamped (not owned)
-    const MoveEffectParam* m_param;          // the filter's parameter record (not owned)
-    CircleTarget* m_circle;                  // the circle layout's ellipse, for the length gain; may be null
-    PathParser* m_guide;                     // the filter's guide (not owned)
-    uint64_t m_pass;                         // the stroke pass open when the task was made
-    PathParser m_path;                       // this task's own path and its walker
-    std::unique_ptr<RingShape> m_ring;       // set for ring tasks until Run has laid it out
-    std::unique_ptr<Random> m_lengthRandom;  // only while Run walks
-    std::unique_ptr<Random> m_positionRandom;  // only while Run walks
+    MoveEffectFilter* m_filter;         // where strokes are stamped (not owned)
+    const MoveEffectParam* m_param;     // the filter's parameter record (not owned)
+    CircleTarget* m_circle;             // the circle layout's ellipse, for the length gain; may be null
+    PathParser* m_guide;                // the filter's guide (not owned)
+    uint64_t m_pass;                    // the stroke pass open when the task was made
+    PathParser m_path;                  // this task's own path and its walker
+    std::unique_ptr<RingShape> m_ring;  // set for ring tasks until Run has laid it out
+    std::unique_ptr<GuidePlacement> m_placement;  // set for the straight layouts' tasks
+    std::unique_ptr<Random> m_lengthRandom;       // only while Run walks
+    std::unique_ptr<Random> m_positionRandom;     // only while Run walks
 };
 
 // The closed ring task that the circle layout enqueues for each ring: an ellipse with the ring's

@@ -1,6 +1,7 @@
 // The two straight arrangements: focus lines radiating from a centre and speed lines stacked side by
-// side. Each line is a copy of the guide, stretched along the line and scaled across it by the
-// curvature, and becomes one PathTask. Both run on the caller's thread before the pool starts.
+// side. Each line is the guide placed on the canvas, stretched along the line and scaled across it by
+// the curvature, and becomes one PathTask; lines that cannot meet the canvas are not made. Both run on
+// the caller's thread before the pool starts.
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -17,26 +18,74 @@ namespace {
 // one line per pixel, and it keeps absurd handle points from queueing tasks without end.
 constexpr int kMostParallelLines = 1 << 20;
 
-// Appends every guide segment to the task, with (gx, gy) mapped to base + R(angle) * ((gx - ox) *
-// scale, (gy - oy) * curvature): the guide's origin (its first point) lands on base.
-void PlaceGuide(const PathParser& guide, PathTask& task, double scale, double curvature, double angle,
-                const PathPoint& base) {
+// Pixels are found by truncating a point's coordinates, so ink can be met anywhere in (-1, width) x
+// (-1, height); a path that stays this far outside [0, width] x [0, height] meets none.
+constexpr double kCanvasMargin = 2;
+
+// What every path of a layout shares: the guide's commands and how far its placed copies reach.
+struct PlacedGuide {
+    GuidePlacement placement;  // base and angle set per path
+    // The box round the guide's scaled points, relative to its origin, before the rotation. The
+    // Bezier pieces of a path lie within its points' hull, so within this box placed and rotated.
+    double minU = 0, maxU = 0, minV = 0, maxV = 0;
+    // False when a path's pieces may lie outside that box: a point that overflows, or a drawing
+    // command before the first move-to, which starts at the canvas origin.
+    bool bounded = true;
+};
+
+// Measures the guide once for a layout whose paths all share its scale along and across the line.
+// False when the guide has no point to place.
+bool MeasureGuide(const PathParser& guide, double scale, double curvature, PlacedGuide& out) {
     const std::vector<PathSegment>& segments = guide.GetSegments();
-    if (segments.empty() || segments.front().points.empty()) return;
-    const PathPoint origin = segments.front().points.front();
-    const double c = std::cos(angle);
-    const double s = std::sin(angle);
+    if (segments.empty() || segments.front().points.empty()) return false;
+    out.placement.guide = &guide;
+    out.placement.origin = segments.front().points.front();
+    out.placement.scale = scale;
+    out.placement.curvature = curvature;
+    // The walk's length bound: the control polygon, which rotation leaves as it is.
+    double walk = 0;
+    bool havePrevious = false, moved = false;
+    double previousU = 0, previousV = 0;
     for (const PathSegment& segment : segments) {
-        PathSegment placed;
-        placed.type = segment.type;
-        placed.points.reserve(segment.points.size());
+        const std::size_t needed = PathSegment::PointCount(segment.type);
+        const bool drawn = needed > 0 && segment.points.size() >= needed;
+        if (drawn && segment.type == PathSegment::kMoveTo) moved = true;
+        if (drawn && !moved) out.bounded = false;
         for (const PathPoint& g : segment.points) {
-            const double u = (g.x - origin.x) * scale;
-            const double v = (g.y - origin.y) * curvature;
-            placed.points.push_back(PathPoint{base.x + u * c - v * s, base.y + u * s + v * c});
+            const double u = (g.x - out.placement.origin.x) * scale;
+            const double v = (g.y - out.placement.origin.y) * curvature;
+            if (!std::isfinite(u) || !std::isfinite(v)) {
+                out.bounded = false;
+                continue;
+            }
+            if (havePrevious) walk += std::hypot(u - previousU, v - previousV);
+            previousU = u, previousV = v, havePrevious = true;
+            out.minU = std::min(out.minU, u), out.maxU = std::max(out.maxU, u);
+            out.minV = std::min(out.minV, v), out.maxV = std::max(out.maxV, v);
         }
-        task.AppendPathSegment(placed);
     }
+    out.placement.walk = walk;
+    return true;
+}
+
+// Places the guide at base, turned by angle, and tells whether that path can meet the canvas.
+bool PlaceOnCanvas(PlacedGuide& guide, double angle, const PathPoint& base, double width, double height) {
+    GuidePlacement& place = guide.placement;
+    place.cosAngle = std::cos(angle);
+    place.sinAngle = std::sin(angle);
+    place.base = base;
+    if (!guide.bounded) return true;
+    double minX = HUGE_VAL, maxX = -HUGE_VAL, minY = HUGE_VAL, maxY = -HUGE_VAL;
+    for (const double u : {guide.minU, guide.maxU}) {
+        for (const double v : {guide.minV, guide.maxV}) {
+            const double x = base.x + u * place.cosAngle - v * place.sinAngle;
+            const double y = base.y + u * place.sinAngle + v * place.cosAngle;
+            minX = std::min(minX, x), maxX = std::max(maxX, x);
+            minY = std::min(minY, y), maxY = std::max(maxY, y);
+        }
+    }
+    return maxX >= -kCanvasMargin && minX <= width + kCanvasMargin && maxY >= -kCanvasMargin &&
+           minY <= height + kCanvasMargin;
 }
 
 }  // namespace
@@ -57,15 +106,19 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
     const double step = m_param.spacing * 90.0 / 1000.0 * std::numbers::pi / 180.0;
     if (!(step > 0)) return;
     const double scale = (farRadius - nearRadius) / m_guide->GetWidth();
+    PlacedGuide guide;
+    if (!MeasureGuide(*m_guide, scale, m_param.curvature, guide)) return;
     Random random(0, 1);
     for (double a = firstAngle; a <= firstAngle + 2 * std::numbers::pi; a += step) {
         if (IsCancelled()) break;
         double angle = a;
         if (m_param.spcfluct != 0) angle = a + (0.5 - random.Uniform() * m_param.spcfluct) * step;
+        const PathPoint base{centre.x + nearRadius * std::cos(angle),
+                             centre.y + nearRadius * std::sin(angle)};
+        // Spokes that cannot reach the canvas are not made at all.
+        if (!PlaceOnCanvas(guide, angle, base, m_width, m_height)) continue;
         auto task = std::make_shared<PathTask>(this, nullptr);
-        PlaceGuide(
-            *m_guide, *task, scale, m_param.curvature, angle,
-            PathPoint{centre.x + nearRadius * std::cos(angle), centre.y + nearRadius * std::sin(angle)});
+        task->SetPlacement(guide.placement);
         EnqueuePath(std::move(task));
     }
 }
@@ -84,16 +137,20 @@ void MoveEffectFilter::CreateParallelPathTasks() {
     // Lines are stacked along p1 -> p3; with p3 on p1 there is just the one line at p1.
     const double wx = span > 0 ? (across.x - origin.x) / span : 0;
     const double wy = span > 0 ? (across.y - origin.y) / span : 0;
+    PlacedGuide guide;
+    if (!MeasureGuide(*m_guide, scale, m_param.curvature, guide)) return;
     Random random(0, 1);
     double s = m_param.spacing;
     double offset = 0;
     for (int line = 0; line < kMostParallelLines; ++line) {
         double o = offset;
         if (m_param.spcfluct != 0) o = offset + m_param.spacing * random.Uniform() * m_param.spcfluct;
-        auto task = std::make_shared<PathTask>(this, nullptr);
-        PlaceGuide(*m_guide, *task, scale, m_param.curvature, angle,
-                   PathPoint{origin.x + wx * o, origin.y + wy * o});
-        EnqueuePath(std::move(task));
+        // Lines that cannot reach the canvas are not made at all.
+        if (PlaceOnCanvas(guide, angle, PathPoint{origin.x + wx * o, origin.y + wy * o}, m_width, m_height)) {
+            auto task = std::make_shared<PathTask>(this, nullptr);
+            task->SetPlacement(guide.placement);
+            EnqueuePath(std::move(task));
+        }
         offset += s + m_param.spcgain / 2;
         if (offset > span) break;
         s += m_param.spcgain;

@@ -39,9 +39,9 @@ bool IsFinite(const PathPoint& p) {
     return std::isfinite(p.x) && std::isfinite(p.y);
 }
 
-bool AreFinite(const std::vector<PathPoint>& points) {
-    for (const PathPoint& p : points) {
-        if (!IsFinite(p)) return false;
+bool AreFinite(const PathPoint* points, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!IsFinite(points[i])) return false;
     }
     return true;
 }
@@ -88,21 +88,6 @@ bool GetDirection(const LineSegment& line, PathPoint& direction) {
     if (!(length > kEpsilon)) return false;
     direction = {(line.end.x - line.start.x) / length, (line.end.y - line.start.y) / length};
     return true;
-}
-
-// Number of points each command type needs; 0 for types that draw nothing.
-size_t GetPointCount(int32_t type) {
-    switch (type) {
-        case PathSegment::kMoveTo:
-        case PathSegment::kLineTo:
-            return 1;
-        case PathSegment::kCubic:
-            return 3;
-        case PathSegment::kQuadratic:
-            return 2;
-        default:
-            return 0;
-    }
 }
 
 // The polyline of a cubic curve whose halving stops once it holds budget points.
@@ -166,48 +151,54 @@ std::vector<PathPoint> PathParser::FlattenCubic(const PathPoint& p0, const PathP
 }
 
 void PathParser::PrepareSegments(bool loop) {
+    BeginPieces(loop);
+    for (const PathSegment& segment : m_segments)
+        AddPieces(segment.type, segment.points.data(), segment.points.size());
+    ResetPosition();
+}
+
+void PathParser::BeginPieces(bool loop) {
     m_lines.clear();
     m_loop = loop;
     m_totalLength = 0;
     // m_lastPoint is left as the previous preparation left it: a path without a leading move-to starts
     // where the last one ended.
-    for (const PathSegment& segment : m_segments) {
-        const size_t count = GetPointCount(segment.type);
-        // Short or non-finite commands are dropped whole, pen included: halving a non-finite curve would
-        // never end.
-        if (count == 0 || segment.points.size() < count || !AreFinite(segment.points)) continue;
-        const std::vector<PathPoint>& p = segment.points;
-        switch (segment.type) {
-            case PathSegment::kMoveTo:
-                m_lastPoint = p[0];
-                break;
-            case PathSegment::kLineTo: {
-                const double length = Dist(m_lastPoint, p[0]);
-                m_lines.push_back({m_lastPoint, p[0], length});
-                m_totalLength += length;
-                m_lastPoint = p[0];
-                break;
-            }
-            case PathSegment::kCubic: {
-                // The path's pieces so far count against the budget, as the quadratic halving counts them.
-                const std::size_t room = kMaxHalvedPieces - std::min(kMaxHalvedPieces, m_lines.size());
-                const std::vector<PathPoint> polyline =
-                    FlattenCubicWithin(m_lastPoint, p[0], p[1], p[2], kFlattenTolerance, room + 1);
-                for (size_t i = 1; i < polyline.size(); ++i) {
-                    const double length = Dist(polyline[i - 1], polyline[i]);
-                    m_lines.push_back({polyline[i - 1], polyline[i], length});
-                    m_totalLength += length;
-                }
-                m_lastPoint = p[2];
-                break;
-            }
-            case PathSegment::kQuadratic:
-                m_totalLength += FlattenQuadratic(m_lines, m_lastPoint, p[0], p[1], kFlattenTolerance);
-                m_lastPoint = p[1];
-                break;
+}
+
+void PathParser::AddPieces(int32_t type, const PathPoint* p, std::size_t count) {
+    const size_t needed = PathSegment::PointCount(type);
+    // Short or non-finite commands are dropped whole, pen included: halving a non-finite curve would
+    // never end.
+    if (needed == 0 || count < needed || !AreFinite(p, count)) return;
+    switch (type) {
+        case PathSegment::kMoveTo:
+            m_lastPoint = p[0];
+            break;
+        case PathSegment::kLineTo: {
+            const double length = Dist(m_lastPoint, p[0]);
+            m_lines.push_back({m_lastPoint, p[0], length});
+            m_totalLength += length;
+            m_lastPoint = p[0];
+            break;
         }
+        case PathSegment::kCubic: {
+            // The path's pieces so far count against the budget, as the quadratic halving counts them.
+            const std::size_t room = kMaxHalvedPieces - std::min(kMaxHalvedPieces, m_lines.size());
+            const std::vector<PathPoint> polyline =
+                FlattenCubicWithin(m_lastPoint, p[0], p[1], p[2], kFlattenTolerance, room + 1);
+            for (size_t i = 1; i < polyline.size(); ++i) {
+                const double length = Dist(polyline[i - 1], polyline[i]);
+                m_lines.push_back({polyline[i - 1], polyline[i], length});
+                m_totalLength += length;
+            }
+            m_lastPoint = p[2];
+            break;
+        }
+        case PathSegment::kQuadratic:
+            m_totalLength += FlattenQuadratic(m_lines, m_lastPoint, p[0], p[1], kFlattenTolerance);
+            m_lastPoint = p[1];
+            break;
     }
-    ResetPosition();
 }
 
 void PathParser::ResetPosition() {
@@ -219,9 +210,20 @@ void PathParser::ResetPosition() {
 }
 
 PathPoint PathParser::MoveNext(double distance) {
-    PositionData& pos = m_position;
+    return MoveNext(m_position, distance);
+}
+
+PathPoint PathParser::MovePrev(double distance) {
+    return MovePrev(m_position, distance);
+}
+
+PathPoint PathParser::MoveToExtendPos(double distance) {
+    return MoveToExtendPos(m_position, distance);
+}
+
+PathPoint PathParser::MoveNext(PositionData& pos, double distance) const {
     if (distance == 0) return pos.point;
-    if (distance < 0) return MovePrev(-distance);
+    if (distance < 0) return MovePrev(pos, -distance);
 
     const int32_t count = static_cast<int32_t>(m_lines.size());
     double remainder = distance;
@@ -237,12 +239,12 @@ PathPoint PathParser::MoveNext(double distance) {
         pos.distance = 0;
     } else if (pos.distance < 0 && !m_loop) {
         // On the backward extension: the point moves along it, the pieces are not touched.
-        MoveToExtendPos(distance);
-        return FinishForwardMove(distance, remainder);
+        MoveToExtendPos(pos, distance);
+        return FinishForwardMove(pos, distance, remainder);
     }
 
     if (distance > kEpsilon) {
-        if (m_loop) remainder = DropWholeLaps(remainder, true);
+        if (m_loop) remainder = DropWholeLaps(pos, remainder, true);
         if (pos.index < 0) {
             // Only reached when rounding has put the distance back on the path while the cursor was
             // still before the first piece.
@@ -270,40 +272,39 @@ PathPoint PathParser::MoveNext(double distance) {
             }
         }
     }
-    return FinishForwardMove(distance, remainder);
+    return FinishForwardMove(pos, distance, remainder);
 }
 
-PathPoint PathParser::FinishForwardMove(double distance, double remainder) {
+PathPoint PathParser::FinishForwardMove(PositionData& pos, double distance, double remainder) const {
     // The whole request counts, consumed or not; past the end of an open path the unconsumed part is
     // then added once more by the extension, so strokes reach that much further off the end.
-    m_position.distance += distance;
-    if (!m_loop && m_position.distance >= m_totalLength) {
-        m_position.passedEnd = true;
-        MoveToExtendPos(remainder);
+    pos.distance += distance;
+    if (!m_loop && pos.distance >= m_totalLength) {
+        pos.passedEnd = true;
+        MoveToExtendPos(pos, remainder);
     }
-    return m_position.point;
+    return pos.point;
 }
 
-double PathParser::DropWholeLaps(double remainder, bool forwards) {
+double PathParser::DropWholeLaps(PositionData& pos, double remainder, bool forwards) const {
     // Only a forward wrap marks the end, as in the walk itself.
     if (m_totalLength <= kEpsilon) {
         // A ring of no length: every move goes round it at once and gets nowhere.
-        if (forwards) m_position.passedEnd = true;
+        if (forwards) pos.passedEnd = true;
         return 0;
     }
     // An endless move counts as too many laps even on a ring whose length has overflowed: subtracting
     // pieces from it would never end.
     if (std::isinf(remainder) || remainder > kMaxWalkedLaps * m_totalLength) {
-        if (forwards) m_position.passedEnd = true;
+        if (forwards) pos.passedEnd = true;
         return std::fmod(remainder, m_totalLength);
     }
     return remainder;
 }
 
-PathPoint PathParser::MovePrev(double distance) {
-    PositionData& pos = m_position;
+PathPoint PathParser::MovePrev(PositionData& pos, double distance) const {
     if (distance == 0) return pos.point;
-    if (distance < 0) return MoveNext(-distance);
+    if (distance < 0) return MoveNext(pos, -distance);
 
     const int32_t count = static_cast<int32_t>(m_lines.size());
     if (count == 0) {
@@ -317,14 +318,14 @@ PathPoint PathParser::MovePrev(double distance) {
     } else if (pos.distance < 0 && !m_loop) {
         // Both extension calls are meant: the first also puts the cursor on the first piece, the second
         // places the point.
-        MoveToExtendPos(-distance);
-        if (remainder > kEpsilon) MoveToExtendPos(remainder);
+        MoveToExtendPos(pos, -distance);
+        if (remainder > kEpsilon) MoveToExtendPos(pos, remainder);
         pos.distance -= distance;
         return pos.point;
     }
 
     if (distance > kEpsilon) {
-        if (m_loop) remainder = DropWholeLaps(remainder, false);
+        if (m_loop) remainder = DropWholeLaps(pos, remainder, false);
         if (pos.index >= count) {
             // Past the end of an open path: walk back from the end of the last piece.
             pos.index = count - 1;
@@ -358,13 +359,12 @@ PathPoint PathParser::MovePrev(double distance) {
 
     // Run off the start. The distance is not yet updated here, so a cursor that set out from a positive
     // distance stays at the first piece's start and reaches the extension only on its next move.
-    if (remainder > kEpsilon && !m_loop) MoveToExtendPos(remainder);
+    if (remainder > kEpsilon && !m_loop) MoveToExtendPos(pos, remainder);
     pos.distance -= distance;
     return pos.point;
 }
 
-PathPoint PathParser::MoveToExtendPos(double distance) {
-    PositionData& pos = m_position;
+PathPoint PathParser::MoveToExtendPos(PositionData& pos, double distance) const {
     if (distance == 0 || m_lines.empty()) return pos.point;
     PathPoint direction{};
     if (pos.distance > m_totalLength) {

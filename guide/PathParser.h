@@ -17,6 +17,7 @@
 // A PathParser is not shared between threads.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -34,6 +35,11 @@ struct PathSegment {
 
     int32_t type = 0;  // one of the above; any other value is carried along but never drawn
     std::vector<PathPoint> points;
+
+    // Points a command of the type needs; 0 for types that draw nothing.
+    static constexpr std::size_t PointCount(int32_t type) {
+        return type == kCubic ? 3 : type == kQuadratic ? 2 : type == kMoveTo || type == kLineTo ? 1 : 0;
+    }
 };
 
 // One straight piece of a flattened path.
@@ -70,6 +76,14 @@ struct LineStep {
 
 class PathParser {
 public:
+    // A guide is one line's shape: a few curves, or a few thousand pieces from a tracing tool. Larger
+    // files are refused as bad guides, because every line of a render flattens its own placement of the
+    // guide: a render costs its line count times the guide's pieces. At these bounds a guide costs about
+    // as much as the lines it draws; a file far beyond them (a whole drawing's outline, say) would
+    // stall the host for minutes.
+    static constexpr std::size_t kMaxGuideBytes = 1 << 20;  // of SVG text
+    static constexpr std::size_t kMaxGuidePieces = 50'000;  // after flattening at the guide's own scale
+
     PathParser() = default;
     // An empty parser filled by LoadFromFile(name).
     explicit PathParser(const std::u16string& name);
@@ -87,13 +101,16 @@ public:
     // --- Reading guides (SvgReader.cpp) ---------------------------------------------------------------
 
     // ":S" and ":C" are the built-in guides; any other name is an SVG file in the guide folder. An
-    // unusable file becomes the straight guide. A malformed number in the path data throws the standard
-    // conversion error.
+    // unusable file, or one past the guide limits above, becomes the straight guide. A malformed number in
+    // the path data throws the standard conversion error.
     void LoadFromFile(const std::u16string& name);
     void CreateLine();   // straight guide, 100 units wide
     void CreateCurve();  // arch guide, 100 units wide
     // Reads the first tag containing "path"; true when it produced at least one command.
     bool Parse(const std::string& text);
+    // Whether the commands read flatten into at most kMaxGuidePieces pieces. Leaves the pieces and the
+    // cursor as they were.
+    bool IsWithinGuideLimits() const;
     static std::map<std::string, std::string> ParseAttributes(const std::string& tagText);
     void ParsePath(const std::string& tagText);
     static Transform ParseTransform(const std::string& value);
@@ -114,6 +131,11 @@ public:
     // Flattens the command list into pieces and resets the cursor. A looping path wraps round when
     // walked; an open one runs on past its ends along its first and last pieces.
     void PrepareSegments(bool loop);
+    // The same, one command at a time, for commands that are not kept in the list (a guide placed on
+    // the canvas, a ring laid out vertex by vertex): BeginPieces, AddPieces for each command in path
+    // order, then ResetPosition. `count` points of a command of `type`, as in PathSegment.
+    void BeginPieces(bool loop);
+    void AddPieces(int32_t type, const PathPoint* points, std::size_t count);
 
     // --- Walking --------------------------------------------------------------------------------------
 
@@ -125,6 +147,11 @@ public:
     PathPoint MovePrev(double distance);
     // Puts the cursor's point on the extension before the start or past the end.
     PathPoint MoveToExtendPos(double distance);
+    // The same moves of a cursor kept outside: many walkers can then share one prepared path, which
+    // none of them changes. `position` starts as GetPosition() after a reset.
+    PathPoint MoveNext(PositionData& position, double distance) const;
+    PathPoint MovePrev(PositionData& position, double distance) const;
+    PathPoint MoveToExtendPos(PositionData& position, double distance) const;
     // One step within the given piece, from the cursor's parameter.
     LineStep MoveLine(const LineSegment& line, double distance, bool backwards);
 
@@ -139,9 +166,9 @@ public:
 
 private:
     // The end of every forward move: counts the distance and runs on past the end of an open path.
-    PathPoint FinishForwardMove(double distance, double remainder);
+    PathPoint FinishForwardMove(PositionData& position, double distance, double remainder) const;
     // On a looping path, what is left of a move after whole laps are dropped.
-    double DropWholeLaps(double remainder, bool forwards);
+    double DropWholeLaps(PositionData& position, double remainder, bool forwards) const;
 
     std::vector<PathSegment> m_segments;
     double m_width = 0;  // horizontal extent of the guide before its transform, set by the reader

@@ -134,8 +134,8 @@ void PathParser::LoadFromFile(const std::u16string& name) {
         return;
     }
     const std::string text = ReadAllText(GetPluginDataPath(name, false));
-    if (!text.empty() && Parse(text)) return;
-    // A missing, empty or pathless file silently becomes the straight guide.
+    if (!text.empty() && text.size() <= kMaxGuideBytes && Parse(text) && IsWithinGuideLimits()) return;
+    // A missing, empty, pathless or oversized file silently becomes the straight guide.
     CreateLine();
 }
 
@@ -170,6 +170,18 @@ bool PathParser::Parse(const std::string& text) {
         from = close + 1;
     }
     return !m_segments.empty();
+}
+
+bool PathParser::IsWithinGuideLimits() const {
+    if (m_segments.size() > kMaxGuidePieces) return false;
+    // Flattened on the side: the pen starts where a fresh path's would.
+    PathParser pieces;
+    pieces.BeginPieces(false);
+    for (const PathSegment& segment : m_segments) {
+        pieces.AddPieces(segment.type, segment.points.data(), segment.points.size());
+        if (pieces.m_lines.size() > kMaxGuidePieces) return false;
+    }
+    return true;
 }
 
 std::map<std::string, std::string> PathParser::ParseAttributes(const std::string& tagText) {
