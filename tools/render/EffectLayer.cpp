@@ -1,19 +1,31 @@
 #include "tools/render/EffectLayer.h"
 
+#include <cstdint>
 #include <exception>
+#include <string>
 #include <utility>
 
 namespace brivane::tools {
 
 std::string ReadGuideText(const std::string& svg, PathParser& guide) {
+    if (svg.size() > PathParser::kMaxGuideBytes) return GuideTooLarge(svg.size());
     try {
         if (!guide.Parse(svg)) return "no path with drawing commands";
     } catch (const std::exception&) {
         // The reader lets the standard number conversion's error through for a malformed "d".
         return "malformed number in the path data";
     }
+    if (!guide.IsWithinGuideLimits())
+        return "more than " + std::to_string(PathParser::kMaxGuidePieces) +
+               " pieces once flattened (the plug-in draws such a guide as a straight line)";
     if (!(guide.GetWidth() > 0)) return "the path has no horizontal extent";
     return {};
+}
+
+std::string GuideTooLarge(std::uintmax_t bytes) {
+    return std::to_string(bytes) + " bytes, more than the " +
+           std::to_string(PathParser::kMaxGuideBytes / 1024) +
+           " KiB a guide may hold (the plug-in draws such a guide as a straight line)";
 }
 
 bool ApplyEffectTo(MoveEffectFilter& filter, const PointTarget& target, PathParser& guide, EngineLayer& layer,

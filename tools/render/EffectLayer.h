@@ -2,6 +2,7 @@
 // web page) run the same code as brivane-render.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "engine/MoveEffectFilter.h"
@@ -12,9 +13,11 @@
 namespace brivane::tools {
 
 // Reads the text of an SVG guide into `guide`. Returns what makes it unusable ("no path with drawing
-// commands", "malformed number in the path data", "the path has no horizontal extent"), or an empty
-// string when it can be drawn along.
+// commands", "malformed number in the path data", past the guide limits, "the path has no horizontal
+// extent"), or an empty string when it can be drawn along.
 std::string ReadGuideText(const std::string& svg, PathParser& guide);
+// The reason given for a guide file of `bytes` bytes, past PathParser::kMaxGuideBytes.
+std::string GuideTooLarge(std::uintmax_t bytes);
 
 // Runs the effect over `layer` into the filter's coverage; false when the progress callback stopped it.
 bool ApplyEffectTo(MoveEffectFilter& filter, const PointTarget& target, PathParser& guide, EngineLayer& layer,

@@ -98,6 +98,13 @@ bool LoadGuide(const RenderOptions& options, PathParser& guide, std::string& err
         error = "guide '" + options.guide + "' not found (looked for " + places + ")";
         return false;
     }
+    // A huge file is refused before it is read.
+    std::error_code sizeError;
+    if (const std::uintmax_t bytes = fs::file_size(path, sizeError);
+        !sizeError && bytes > PathParser::kMaxGuideBytes) {
+        error = path + ": bad guide file: " + GuideTooLarge(bytes);
+        return false;
+    }
     std::ifstream in(path, std::ios::binary);
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     if (!in && !in.eof()) {
