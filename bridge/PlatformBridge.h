@@ -55,6 +55,13 @@ char* ST_GetAppSupportPath(void);
 /* Creates the folder and any missing parents; true when the folder exists afterwards. */
 bool ST_CreateDirectory(const char* path);
 
+/* Moves the regular file `from` to the path `to` in one step, replacing any file there: whoever opens `to`
+ * finds the old file whole or the new one whole, never a part, and the new file's bytes are on the disk
+ * before it takes the old one's place, so that not even a crash of the system leaves `to` half-written.
+ * Both paths are UTF-8 and lie in the same folder. False, with both files as they were, when `from` is
+ * missing or not a regular file, when `to` is a folder, or when the system refuses. */
+bool ST_ReplaceFile(const char* from, const char* to);
+
 /* Lists the items directly inside `folder` (files and sub-folders alike) whose lower-cased names end with
  * the lower-cased `extension`, in the order the system lists them. Returns a new array of `*count` new
  * zero-terminated UTF-16 full paths ("folder/name"), or null with a count of 0 when nothing matches or

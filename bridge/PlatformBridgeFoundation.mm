@@ -1,11 +1,14 @@
 // Foundation version of the platform bridge (macOS): NSFileManager for the folders, NSString for paths
-// and case folding, mmap for page-sized blocks. Transcoding and the release functions are shared by every
-// system (BridgeText.cpp, BridgePages.cpp).
+// and case folding, rename(2) to replace a file, mmap for page-sized blocks. Transcoding and the release
+// functions are shared by every system (BridgeText.cpp, BridgePages.cpp).
 // Built against GNUstep Base on Linux as well, where the contract tests run it.
 #import <Foundation/Foundation.h>
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -158,6 +161,35 @@ bool ST_CreateDirectory(const char* path) {
         // GNUstep also reports success when a regular file stands at the path; the contract is a folder.
         BOOL isFolder = NO;
         return [files fileExistsAtPath:folder isDirectory:&isFolder] && isFolder;
+    } @catch (NSException*) {
+        return false;
+    }
+}
+
+bool ST_ReplaceFile(const char* from, const char* to) {
+    if (from == nullptr || to == nullptr) return false;
+    AutoreleasePool pool;
+    @try {
+        NSFileManager* files = [NSFileManager defaultManager];
+        NSString* source = StringFromUtf8(from);
+        NSString* target = StringFromUtf8(to);
+        BOOL isFolder = YES;
+        if (![files fileExistsAtPath:source isDirectory:&isFolder] || isFolder) return false;
+        if ([files fileExistsAtPath:target isDirectory:&isFolder] && isFolder) return false;
+        const char* sourcePath = [files fileSystemRepresentationWithPath:source];
+        const char* targetPath = [files fileSystemRepresentationWithPath:target];
+        // The bytes first, then the name, so that a crash of the system cannot leave the target empty.
+        const int file = open(sourcePath, O_RDONLY);
+        if (file < 0) return false;
+#if defined(F_FULLFSYNC)
+        // On macOS fsync leaves the data in the drive's own cache; F_FULLFSYNC does not.
+        const bool synced = fcntl(file, F_FULLFSYNC) == 0 || fsync(file) == 0;
+#else
+        const bool synced = fsync(file) == 0;
+#endif
+        close(file);
+        // NSFileManager's moves refuse an existing target; rename(2) replaces it in one step.
+        return synced && std::rename(sourcePath, targetPath) == 0;
     } @catch (NSException*) {
         return false;
     }

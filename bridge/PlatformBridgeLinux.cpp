@@ -1,7 +1,8 @@
-// Linux version of the platform bridge: POSIX for folders and memory, ICU for case mapping. Transcoding
-// and the release functions are shared by every system (BridgeText.cpp, BridgePages.cpp).
+// Linux version of the platform bridge: POSIX for folders, files and memory, ICU for case mapping.
+// Transcoding and the release functions are shared by every system (BridgeText.cpp, BridgePages.cpp).
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -11,6 +12,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -144,6 +146,20 @@ bool ST_CreateDirectory(const char* path) {
     } catch (...) {
         return false;
     }
+}
+
+bool ST_ReplaceFile(const char* from, const char* to) {
+    if (from == nullptr || to == nullptr) return false;
+    struct stat info;
+    if (stat(from, &info) != 0 || !S_ISREG(info.st_mode)) return false;
+    // The bytes first, then the name: a rename that reached the disk before the data could leave the
+    // target empty after a crash of the system.
+    const int file = open(from, O_RDONLY | O_CLOEXEC);
+    if (file < 0) return false;
+    const bool synced = fsync(file) == 0;
+    close(file);
+    // rename replaces the target in one step and refuses a folder in its place (EISDIR).
+    return synced && std::rename(from, to) == 0;
 }
 
 uint16_t** ST_EnumFiles(const char* folder, const char* extension, int32_t* count) {

@@ -1,8 +1,12 @@
 // The ST_ functions for a browser page (Emscripten). The page has no data folder: presets and guides
-// come from the file picker, so there is nothing to find, create or list. Transcoding and the release
-// functions are shared by every system (BridgeText.cpp, BridgePages.cpp); ICU is not part of the page,
-// so lower-casing is the C library's one-to-one mapping completed to full case folding with
-// FullCaseFolding.h. A page's memory has no pages to ask for: large blocks come from the heap as well.
+// come from the file picker, so there is nothing to find, create or list, and a file is replaced with
+// rename in the page's in-memory file system. Transcoding and the release functions are shared by every
+// system (BridgeText.cpp, BridgePages.cpp); ICU is not part of the page, so lower-casing is the C
+// library's one-to-one mapping completed to full case folding with FullCaseFolding.h. A page's memory
+// has no pages to ask for: large blocks come from the heap as well.
+#include <sys/stat.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwctype>
@@ -55,6 +59,14 @@ char* ST_GetAppSupportPath(void) {
 
 bool ST_CreateDirectory(const char*) {
     return false;
+}
+
+// The page's files live in memory: there is no disk to flush, and rename replaces in one step.
+bool ST_ReplaceFile(const char* from, const char* to) {
+    if (from == nullptr || to == nullptr) return false;
+    struct stat info;
+    if (stat(from, &info) != 0 || !S_ISREG(info.st_mode)) return false;
+    return std::rename(from, to) == 0;
 }
 
 uint16_t** ST_EnumFiles(const char*, const char*, int32_t* count) {

@@ -1,8 +1,8 @@
 // Windows version of the platform bridge: the roaming application-data folder from the Known Folders
-// API, CreateDirectoryW and FindFirstFileW on wide paths, and the system's invariant lower-casing
-// (LCMapStringEx) completed to full case folding with FullCaseFolding.h, so the module needs no ICU.
-// VirtualAlloc gives page-sized blocks. Transcoding and the release functions are shared by every
-// system (BridgeText.cpp, BridgePages.cpp).
+// API, CreateDirectoryW, MoveFileExW and FindFirstFileW on wide paths, and the system's invariant
+// lower-casing (LCMapStringEx) completed to full case folding with FullCaseFolding.h, so the module
+// needs no ICU. VirtualAlloc gives page-sized blocks. Transcoding and the release functions are shared
+// by every system (BridgeText.cpp, BridgePages.cpp).
 #include <windows.h>
 // windows.h first: the shell headers build on its types.
 #include <knownfolders.h>
@@ -132,6 +132,28 @@ bool ST_CreateDirectory(const char* path) {
                 return false;  // a regular file in the way
         }
         return IsDirectory(full);
+    } catch (...) {
+        return false;
+    }
+}
+
+bool ST_ReplaceFile(const char* from, const char* to) {
+    if (from == nullptr || to == nullptr) return false;
+    try {
+        const std::wstring source = Wide(from), target = Wide(to);
+        const DWORD attributes = GetFileAttributesW(source.c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+            return false;
+        if (IsDirectory(target)) return false;  // replacing is for files; the move would refuse it anyway
+        // MOVEFILE_WRITE_THROUGH waits for the move only, not for the file's own data: flushed first, so
+        // that a crash of the system cannot leave the target empty.
+        const HANDLE file = CreateFileW(source.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file == INVALID_HANDLE_VALUE) return false;
+        const BOOL flushed = FlushFileBuffers(file);
+        CloseHandle(file);
+        return flushed && MoveFileExW(source.c_str(), target.c_str(),
+                                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
     } catch (...) {
         return false;
     }

@@ -133,8 +133,10 @@ void PathParser::LoadFromFile(const std::u16string& name) {
         CreateCurve();
         return;
     }
-    const std::string text = ReadAllText(GetPluginDataPath(name, false));
-    if (!text.empty() && text.size() <= kMaxGuideBytes && Parse(text) && IsWithinGuideLimits()) return;
+    std::string text;
+    if (ReadAllTextWithin(GetPluginDataPath(name, false), kMaxGuideBytes, text) == ReadResult::kRead &&
+        !text.empty() && Parse(text) && IsWithinGuideLimits())
+        return;
     // A missing, empty, pathless or oversized file silently becomes the straight guide.
     CreateLine();
 }

@@ -1,12 +1,16 @@
 #include "storage/FileHelpers.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <new>
+#include <random>
 
 #include "bridge/PlatformBridge.h"
 
@@ -27,14 +31,16 @@ std::filesystem::path PathFromUtf8(const std::string& utf8Path) {
     }
 }
 
-// Reads up to the size the stream reports at its end. False when the file cannot be opened.
-bool ReadFileBytes(const char* utf8Path, std::string& bytes) {
+// Reads up to the size the stream reports at its end, when that is at most maxBytes; kTooLarge, with
+// nothing read, when it is more. A read error after the start is not reported (what was read is kept).
+ReadResult ReadFileBytes(const char* utf8Path, std::size_t maxBytes, std::string& bytes) {
     bytes.clear();
     std::ifstream file(PathFromUtf8(utf8Path), std::ios::in | std::ios::binary);
-    if (!file.is_open()) return false;
+    if (!file.is_open()) return ReadResult::kUnreadable;
     file.seekg(0, std::ios::end);
     const std::streamoff size = file.tellg();
-    if (size <= 0) return true;
+    if (size <= 0) return ReadResult::kRead;
+    if (static_cast<std::uintmax_t>(size) > maxBytes) return ReadResult::kTooLarge;
     file.seekg(0, std::ios::beg);
     try {
         const auto total = static_cast<std::size_t>(size);
@@ -50,7 +56,31 @@ bool ReadFileBytes(const char* utf8Path, std::string& bytes) {
     } catch (const std::exception&) {  // bad_alloc, length_error: nothing usable was read
         bytes.clear();
     }
-    return true;
+    return ReadResult::kRead;
+}
+
+constexpr std::size_t kUnbounded = std::numeric_limits<std::size_t>::max();
+
+// A name for the new file of a save, in the folder of target and unlike any other save's at the same
+// moment (another process may save the same preset). Hidden on POSIX systems, and ending in ".tmp" so
+// that no listing of presets or guides ever shows one left behind by a crash.
+std::string TemporaryPathBeside(const std::string& target) {
+    static std::atomic<std::uint64_t> saves{0};
+    std::uint64_t salt =
+        static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+    salt ^= (saves.fetch_add(1) + 1) * 0x9E3779B97F4A7C15u;
+    try {
+        std::random_device entropy;
+        salt ^= (static_cast<std::uint64_t>(entropy()) << 32) | entropy();
+    } catch (const std::exception&) {  // no entropy source: the clock and the count still differ
+    }
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string name = ".brivane-save-";
+    for (int shift = 60; shift >= 0; shift -= 4)
+        name.push_back(kDigits[(salt >> shift) & 0xF]);
+    name += ".tmp";
+    const std::size_t separator = target.find_last_of("/\\");
+    return separator == std::string::npos ? name : target.substr(0, separator + 1) + name;
 }
 
 const uint16_t* Units(const std::u16string& text) {
@@ -138,9 +168,21 @@ std::u16string GetFileNameWithoutExt(const std::u16string& path) {
     return name.substr(0, dot);
 }
 
+ReadResult ReadAllTextWithin(const std::string& utf8Path, std::size_t maxBytes, std::string& bytes) {
+    bytes.clear();
+    // A folder opens as a stream on some systems and may report a huge size: it is not a file to read.
+    std::error_code error;
+    if (std::filesystem::is_directory(PathFromUtf8(utf8Path), error)) return ReadResult::kUnreadable;
+    return ReadFileBytes(utf8Path.c_str(), maxBytes, bytes);
+}
+
+ReadResult ReadAllTextWithin(const std::u16string& path, std::size_t maxBytes, std::string& bytes) {
+    return ReadAllTextWithin(Utf16ToUtf8(path), maxBytes, bytes);
+}
+
 std::string ReadAllText(const std::string& utf8Path) {
     std::string bytes;
-    ReadFileBytes(utf8Path.c_str(), bytes);
+    ReadFileBytes(utf8Path.c_str(), kUnbounded, bytes);
     return bytes;
 }
 
@@ -151,18 +193,33 @@ std::string ReadAllText(const std::u16string& path) {
 void ReadAllText(const char* utf8Path, char** out) {
     if (utf8Path == nullptr || out == nullptr) return;
     std::string bytes;
-    if (!ReadFileBytes(utf8Path, bytes)) return;
+    if (ReadFileBytes(utf8Path, kUnbounded, bytes) != ReadResult::kRead) return;
     char* copy = new (std::nothrow) char[bytes.size()];
     if (copy == nullptr) return;
     bytes.copy(copy, bytes.size());
     *out = copy;
 }
 
+bool WriteAllText(const std::string& target, const std::string& text) {
+    if (target.empty()) return false;
+    const std::string temporary = TemporaryPathBeside(target);
+    bool written = false;
+    {
+        std::ofstream file(PathFromUtf8(temporary), std::ios::out | std::ios::binary | std::ios::trunc);
+        if (!file.is_open()) return false;
+        file.write(text.data(), static_cast<std::streamsize>(text.size()));
+        // A full disk may show only when the stream's buffer goes out at the close.
+        file.close();
+        written = !file.fail();
+    }
+    if (written && ST_ReplaceFile(temporary.c_str(), target.c_str())) return true;
+    std::error_code ignored;
+    std::filesystem::remove(PathFromUtf8(temporary), ignored);
+    return false;
+}
+
 bool WriteAllText(const std::u16string& path, const std::string& text) {
-    std::ofstream file(PathFromUtf8(Utf16ToUtf8(path)), std::ios::out | std::ios::binary | std::ios::trunc);
-    if (!file.is_open()) return false;
-    file.write(text.data(), static_cast<std::streamsize>(text.size()));
-    return !file.fail();
+    return WriteAllText(Utf16ToUtf8(path), text);
 }
 
 bool WriteBinaryFile(const char* /*utf8Path*/, const void* /*data*/, std::size_t /*count*/) {

@@ -39,15 +39,33 @@ bool HasExtension(const std::u16string& path, const std::u16string& extension);
 // The name after the last "/" or "\", without the text from its last "." on (".ini" stays ".ini").
 std::u16string GetFileNameWithoutExt(const std::u16string& path);
 
-// The whole file as its bytes stand (no byte-order mark removed, no conversion); empty when the file
-// cannot be opened.
+// How a bounded read ended.
+enum class ReadResult {
+    kRead,        // bytes holds the whole file (empty for an empty file)
+    kUnreadable,  // missing, a folder, or the system refused to open or read it
+    kTooLarge,    // the file holds more than the bound; nothing of it was read
+};
+// The whole file as its bytes stand, only when it holds at most maxBytes bytes: the size is checked
+// before anything is read, and no more than maxBytes bytes are ever read, even from a file that grows
+// meanwhile (it is then read as it stood when checked). For readers of files that anyone may drop into
+// the data folders (presets, guides), each with a bound of its own, so that a huge or hostile file costs
+// neither time nor memory. bytes is empty unless the result is kRead.
+ReadResult ReadAllTextWithin(const std::string& utf8Path, std::size_t maxBytes, std::string& bytes);
+ReadResult ReadAllTextWithin(const std::u16string& path, std::size_t maxBytes, std::string& bytes);
+
+// The whole file as its bytes stand (no byte-order mark removed, no conversion), however large; empty
+// when the file cannot be opened.
 std::string ReadAllText(const std::string& utf8Path);
 std::string ReadAllText(const std::u16string& path);
 // Stores a new[] array holding exactly the file's bytes in *out (released with delete[] by the caller);
 // the size is not reported. *out is left untouched when the file cannot be read.
 void ReadAllText(const char* utf8Path, char** out);
-// Creates or truncates the file and writes text as it stands; true when the whole text was written.
-// The folder is not created.
+// Writes text as it stands to a new file in the same folder (a hidden name ending in ".tmp", so never
+// listed as a preset or guide) and then puts that file in the place of path in one step
+// (ST_ReplaceFile): the file at path is at every moment the old one whole or the new one whole, even
+// when the disk fills up or the system stops during the save. True when the new file is in place; on
+// any failure the temporary file is removed and path is left as it was. The folder is not created.
+bool WriteAllText(const std::string& utf8Path, const std::string& text);
 bool WriteAllText(const std::u16string& path, const std::string& text);
 // Writes nothing and returns true: kept as a stub on purpose.
 bool WriteBinaryFile(const char* utf8Path, const void* data, std::size_t count);

@@ -196,7 +196,10 @@ std::string FormatPresetText(const MoveEffectIniParam& param) {
 
 bool LoadPreset(const std::u16string& name, MoveEffectIniParam* param, MoveEffectIniReadFlag* flags) {
     if (param == nullptr) return false;
-    return ParsePresetText(ReadAllText(GetPluginDataPath(name, true)), param, flags);
+    std::string text;
+    if (ReadAllTextWithin(GetPluginDataPath(name, true), kPresetMaxBytes, text) != ReadResult::kRead)
+        return false;
+    return ParsePresetText(text, param, flags);
 }
 
 bool SavePreset(const std::u16string& name, const MoveEffectIniParam* param) {

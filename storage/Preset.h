@@ -30,6 +30,10 @@
 constexpr std::size_t kIniNameMaxLength = 258;
 // Room for the name buffer: the longest name the controller stores (259 bytes) and its NUL.
 constexpr std::size_t kIniNameCapacity = 260;
+// The largest preset file that is read, in bytes. A preset holds about 400 bytes; this leaves room for
+// comments and the longest names many times over, while a stray huge file in the preset folder is
+// refused before anything of it is read.
+constexpr std::size_t kPresetMaxBytes = std::size_t{64} << 10;
 
 // One preset in memory. Each field is named after its INI key; the comment gives its category.
 struct MoveEffectIniParam {
@@ -70,15 +74,17 @@ void GetDefaultPreset(MoveEffectIniParam* param);
 void GetDefaultTargetPoint(int type, int index, PathPoint& point);
 
 // Reads the preset file of that name. False, with param and flags untouched, when the file is missing,
-// unreadable or empty. Otherwise param is zero-filled (not defaulted), each flag tells whether its key
-// was met in its category with an accepted value, and the result is true. flags may be null.
+// unreadable, empty or larger than kPresetMaxBytes. Otherwise param is zero-filled (not defaulted), each
+// flag tells whether its key was met in its category with an accepted value, and the result is true.
+// flags may be null.
 bool LoadPreset(const std::u16string& name, MoveEffectIniParam* param, MoveEffectIniReadFlag* flags);
 // Reads preset text as LoadPreset reads a file: false, with param and flags untouched, for empty text.
 bool ParsePresetText(std::string_view text, MoveEffectIniParam* param, MoveEffectIniReadFlag* flags);
 // The text SavePreset writes for the record: every key, in the order of the record.
 std::string FormatPresetText(const MoveEffectIniParam& param);
 
-// Writes the preset file of that name, replacing any file there; the folder must exist.
+// Writes the preset file of that name, replacing any file there in one step (WriteAllText): a failed
+// save leaves the old file as it was. The folder must exist.
 bool SavePreset(const std::u16string& name, const MoveEffectIniParam* param);
 // Saves under the local date and time ("20261115-001649"), which is stored in outName (may be null)
 // even when the save fails.

@@ -224,6 +224,29 @@ TEST(bridge_test, create_directory_fails_below_a_regular_file_and_on_bad_argumen
     EXPECT_FALSE(ST_CreateDirectory(""));
 }
 
+TEST(bridge_test, replacing_moves_a_file_over_another_or_to_a_new_name_and_leaves_both_alone_on_failure) {
+    ScratchDir dir;
+    auto read = [](const std::string& path) {
+        std::ifstream file(Utf8Path(path), std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    };
+    std::ofstream(Utf8Path(dir / "new.tmp")) << "new";
+    std::ofstream(Utf8Path(dir / "集中線.ini")) << "old";
+    EXPECT_TRUE(ST_ReplaceFile((dir / "new.tmp").c_str(), (dir / "集中線.ini").c_str()));
+    EXPECT_TRUE(ST_ReplaceFile((dir / "集中線.ini").c_str(), (dir / "moved.ini").c_str()));
+    fs::create_directory(Utf8Path(dir / "folder.ini"));
+    const std::string moved = dir / "moved.ini", folder = dir / "folder.ini", missing = dir / "missing";
+    for (const auto& [from, to] : {std::pair{moved.c_str(), folder.c_str()},
+                                   {missing.c_str(), moved.c_str()},
+                                   {folder.c_str(), missing.c_str()},
+                                   {nullptr, moved.c_str()},
+                                   {moved.c_str(), nullptr}})
+        EXPECT_FALSE(ST_ReplaceFile(from, to)) << (from ? from : "null") << " -> " << (to ? to : "null");
+    EXPECT_EQ(read(moved), "new");
+    EXPECT_TRUE(fs::is_empty(Utf8Path(folder)));
+    EXPECT_EQ(std::distance(fs::directory_iterator(Utf8Path(dir.path())), fs::directory_iterator()), 2);
+}
+
 TEST(bridge_test, listing_folds_the_extension_case_and_includes_hidden_items_sub_folders_and_any_script) {
     ScratchDir dir;
     ASSERT_TRUE(ST_CreateDirectory((dir / "波線").c_str()));

@@ -43,6 +43,12 @@ MoveEffectIniReadFlag GarbageFlags() {
     return flags;
 }
 
+// Items in the preset folder: a save leaves nothing there but the preset.
+long PresetFolderItems(const ScratchDataHome& home) {
+    const auto folder = brivane_test::Utf8Path(home.root() + "/quorvel/brivane/preset");
+    return static_cast<long>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
 bool SameBytes(const MoveEffectIniParam& a, const MoveEffectIniParam& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
@@ -79,6 +85,7 @@ TEST(preset_test, default_preset_is_written_byte_for_byte_over_an_older_file_and
     const MoveEffectIniParam saved = DefaultPreset();
     ASSERT_TRUE(SavePreset(u"default", &saved));
     EXPECT_EQ(ScratchDataHome::Read(home.PresetPath("default")), kDefaultPresetFile);
+    EXPECT_EQ(PresetFolderItems(home), 1);
     MoveEffectIniParam loaded = Garbage();
     MoveEffectIniReadFlag flags = GarbageFlags();
     ASSERT_TRUE(LoadPreset(u"default", &loaded, &flags));
@@ -86,13 +93,34 @@ TEST(preset_test, default_preset_is_written_byte_for_byte_over_an_older_file_and
     EXPECT_EQ(CountFlags(flags), 22);
 }
 
-TEST(preset_test, a_missing_or_empty_file_fails_and_leaves_record_and_flags_alone) {
+TEST(preset_test, a_save_that_cannot_complete_leaves_the_old_file_byte_for_byte_and_nothing_else) {
     ScratchDataHome home;
+    const std::string old = "[pen]\nsize=7\n";
+    home.WritePreset("old", old);
+    std::filesystem::create_directory(brivane_test::Utf8Path(home.PresetPath("folder")));
+    const MoveEffectIniParam param = DefaultPreset();
+    EXPECT_FALSE(SavePreset(u"folder", &param));  // a folder in the preset's place is never replaced
+    {
+        brivane_test::FileSizeLimit fullDisk(kDefaultPresetFile.size() / 2);
+        if (!fullDisk.active()) GTEST_SKIP() << "no file size limit on this system";
+        EXPECT_FALSE(SavePreset(u"old", &param));
+    }
+    EXPECT_EQ(ScratchDataHome::Read(home.PresetPath("old")), old);
+    EXPECT_EQ(PresetFolderItems(home), 2);
+}
+
+TEST(preset_test, a_missing_empty_or_too_large_file_fails_and_leaves_record_and_flags_alone) {
+    ScratchDataHome home;
+    std::string atLimit = "[pen]\nsize=3\n";
+    atLimit.resize(kPresetMaxBytes, ';');  // a comment to the limit
+    EXPECT_DOUBLE_EQ(LoadText(home, atLimit).param.size, 3.0);
     MoveEffectIniParam param = Garbage();
     MoveEffectIniReadFlag flags = GarbageFlags();
     EXPECT_FALSE(LoadPreset(u"missing", &param, &flags));
     home.WritePreset("empty", "");
     EXPECT_FALSE(LoadPreset(u"empty", &param, &flags));
+    home.WritePreset("large", atLimit + ";");
+    EXPECT_FALSE(LoadPreset(u"large", &param, &flags));
     EXPECT_TRUE(SameBytes(param, Garbage()));
     const MoveEffectIniReadFlag untouched = GarbageFlags();
     EXPECT_EQ(std::memcmp(&flags, &untouched, sizeof flags), 0);

@@ -34,6 +34,24 @@ inline std::filesystem::path MakeScratchFolder(const std::string& prefix) {
 // Sets an environment variable of this process, or removes it when value is null.
 void SetEnv(const char* name, const char* value);
 
+// For the life of the object no file this process writes grows past `bytes`: the write that would
+// fails, as on a full disk. active() is false where the system has no such limit (Windows); the caller
+// then skips.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(unsigned long long bytes);
+    ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+    bool active() const { return active_; }
+
+private:
+    bool active_ = false;
+    unsigned long long old_[2] = {};  // the limits before: soft, hard
+    void (*oldHandler_)(int) = nullptr;
+};
+
 // For the life of the object the plug-in's data home is empty and the test's: `scratch` on Linux
 // (through XDG_DATA_HOME); on Windows the roaming folder, which a program cannot move, emptied of its
 // quorvel folder first and of whatever the test added at the end. path() is the home the plug-in sees.

@@ -1,5 +1,7 @@
-// POSIX systems: the data home follows XDG_DATA_HOME.
+// POSIX systems: the data home follows XDG_DATA_HOME; a file size limit stands in for a full disk.
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 
 #include "tests/support/TestSystem.h"
 
@@ -19,6 +21,25 @@ DataHomeOverride::DataHomeOverride(const std::filesystem::path& scratch) : path_
 
 DataHomeOverride::~DataHomeOverride() {
     SetEnv("XDG_DATA_HOME", hadOld_ ? old_.c_str() : nullptr);
+}
+
+// Past the limit a write fails with EFBIG once SIGXFSZ, which would end the process, is ignored.
+FileSizeLimit::FileSizeLimit(unsigned long long bytes) {
+    rlimit limit;
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0) return;
+    old_[0] = limit.rlim_cur;
+    old_[1] = limit.rlim_max;
+    oldHandler_ = signal(SIGXFSZ, SIG_IGN);
+    limit.rlim_cur = bytes;
+    active_ = setrlimit(RLIMIT_FSIZE, &limit) == 0;
+    if (!active_) signal(SIGXFSZ, oldHandler_);
+}
+
+FileSizeLimit::~FileSizeLimit() {
+    if (!active_) return;
+    const rlimit limit{static_cast<rlim_t>(old_[0]), static_cast<rlim_t>(old_[1])};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    signal(SIGXFSZ, oldHandler_);
 }
 
 }  // namespace brivane_test

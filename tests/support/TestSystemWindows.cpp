@@ -34,4 +34,8 @@ DataHomeOverride::~DataHomeOverride() {
         std::filesystem::remove_all(path, error);
 }
 
+// Windows has no per-process limit on file sizes.
+FileSizeLimit::FileSizeLimit(unsigned long long) {}
+FileSizeLimit::~FileSizeLimit() {}
+
 }  // namespace brivane_test

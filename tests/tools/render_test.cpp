@@ -187,6 +187,7 @@ TEST(render_tool_test, reports_bad_arguments_and_files_in_one_line) {
     const std::string in = temp / "tiny.png";
     Save(in, Solid(16, 16, 1, 8, 0, 0));
     const std::string out = temp / "out.png";
+    WriteText(temp / "large.ini", "[pen]\nsize=3\n" + std::string(kPresetMaxBytes, ';'));
     struct Case {
         std::vector<std::string> args;
         std::string message;
@@ -212,6 +213,8 @@ TEST(render_tool_test, reports_bad_arguments_and_files_in_one_line) {
         {{kBad + "truncated.png", "-o", out}, "truncated.png: damaged PNG file"},
         {{in, "-o", out, "--preset", kBad + "missing.ini"}, "missing.ini: cannot open"},
         {{in, "-o", out, "--preset", kBad + "empty.ini"}, "empty.ini: empty preset file"},
+        {{in, "-o", out, "--preset", temp / "large.ini"}, "large.ini: not a preset file: larger than 64 KiB"},
+        {{in, "-o", out, "--preset", temp.root()}, ": cannot open: is a folder"},
         {{in, "-o", out, "--preset", kBad + "size_out_of_range.ini"}, "size 80 is outside"},
         {{in, "-o", out, "--guide", kBad + "malformed_number.svg"},
          "malformed_number.svg: bad guide file: malformed number in the path data"},
@@ -353,6 +356,18 @@ TEST(render_tool_test, an_interrupted_run_writes_nothing) {
     EXPECT_NE(run.err.find("interrupted"), std::string::npos);
     EXPECT_FALSE(fs::exists(temp / "out.png"));
     EXPECT_FALSE(fs::exists(temp / "p.ini"));
+}
+
+TEST(render_tool_test, saves_a_preset_over_an_older_file_and_names_one_it_cannot_save) {
+    TempFolder temp;
+    WriteText(temp / "p.ini", "old");
+    MoveEffectIniParam param;
+    GetDefaultPreset(&param);
+    std::string error;
+    ASSERT_TRUE(WritePresetFile(temp / "p.ini", param, error)) << error;
+    EXPECT_EQ(ReadText(temp / "p.ini"), FormatPresetText(param));
+    EXPECT_FALSE(WritePresetFile(temp / "no/p.ini", param, error));
+    EXPECT_EQ(error.rfind(temp / "no/p.ini: cannot save: ", 0), 0u) << error;
 }
 
 TEST(render_tool_test, shows_progress_only_on_a_terminal_and_clears_it) {

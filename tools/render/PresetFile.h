@@ -16,7 +16,8 @@
 namespace brivane::tools {
 
 // Preset files at any path, in the text of ParsePresetText and FormatPresetText; false with a one-line reason
-// naming the file (missing, unreadable, empty, cannot be written).
+// naming the file (missing, unreadable, larger than kPresetMaxBytes, empty, cannot be written). A file
+// is written as the plug-in writes its presets (WriteAllText): a failed write leaves the old file whole.
 bool ReadPresetFile(const std::string& path, MoveEffectIniParam* param, MoveEffectIniReadFlag* flags,
                     std::string& error);
 bool WritePresetFile(const std::string& path, const MoveEffectIniParam& param, std::string& error);

@@ -3,9 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <vector>
 
 #include "storage/FileHelpers.h"
@@ -98,18 +96,21 @@ bool LoadGuide(const RenderOptions& options, PathParser& guide, std::string& err
         error = "guide '" + options.guide + "' not found (looked for " + places + ")";
         return false;
     }
-    // A huge file is refused before it is read.
-    std::error_code sizeError;
-    if (const std::uintmax_t bytes = fs::file_size(path, sizeError);
-        !sizeError && bytes > PathParser::kMaxGuideBytes) {
-        error = path + ": bad guide file: " + GuideTooLarge(bytes);
-        return false;
-    }
-    std::ifstream in(path, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (!in && !in.eof()) {
-        error = path + ": cannot read guide file: " + std::strerror(errno);
-        return false;
+    // The plug-in's own bound, checked before anything is read.
+    std::string text;
+    errno = 0;
+    switch (ReadAllTextWithin(path, PathParser::kMaxGuideBytes, text)) {
+        case ReadResult::kRead:
+            break;
+        case ReadResult::kTooLarge: {
+            std::error_code sizeError;
+            error = path + ": bad guide file: " + GuideTooLarge(fs::file_size(path, sizeError));
+            return false;
+        }
+        case ReadResult::kUnreadable:
+            error = path + ": cannot read guide file" +
+                    (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
+            return false;
     }
     if (file) *file = path;
     if (text.empty()) {
