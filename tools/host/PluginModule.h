@@ -22,6 +22,9 @@ public:
     // Unloads the module; the caller terminates it first (module terminate), as a host does.
     void Unload();
     bool IsLoaded() const { return m_entry != nullptr; }
+    // Takes an entry linked into this program instead of a loaded one (the fuzzer links the module in,
+    // so that its coverage and sanitizers see the module's code).
+    void Attach(TriglavPluginCallProc entry) { m_entry = entry; }
 
     // Calls the entry with this module's data slot; returns the result word (-1 unless the entry wrote
     // something else, and -1 when nothing is loaded).
