@@ -175,7 +175,6 @@ bool PathParser::Parse(const std::string& text) {
 }
 
 bool PathParser::IsWithinGuideLimits() const {
-    if (m_segments.size() > kMaxGuidePieces) return false;
     // Flattened on the side: the pen starts where a fresh path's would.
     PathParser pieces;
     pieces.BeginPieces(false);

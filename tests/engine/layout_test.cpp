@@ -139,3 +139,21 @@ TEST(layout_test,
 }
 
 }  // namespace
+
+// A layout makes the paths that can reach the canvas, however far the points put the others.
+TEST(layout_test, lines_that_cannot_reach_the_canvas_are_not_made) {
+    PathParser guide = StraightGuide();
+    Layer layer(100, 100, true);
+    MoveEffectParam parallel = QuietParam(1);
+    parallel.spacing = 10;
+    // A thousand horizontal lines 10 px apart, of which the ones crossing rows 0 to 100 can be seen.
+    auto across = MakeFilter(parallel, PointTarget{0, -5000, 100, -5000, 0, 5000}, guide, layer);
+    const int lines = RenderSingleThreaded(*across);
+    EXPECT_GE(lines, 10);
+    EXPECT_LE(lines, 12);
+    // Four thousand spokes from far above; the canvas takes up 0.06 degrees of their turn.
+    MoveEffectParam radiate = QuietParam(0);
+    radiate.spacing = 1;
+    auto spokes = MakeFilter(radiate, PointTarget{50, -100000, 50, -99990, 50, -99980}, guide, layer);
+    EXPECT_LE(RenderSingleThreaded(*spokes), 3);
+}

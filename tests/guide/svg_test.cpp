@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "guide/PathParser.h"
@@ -183,5 +184,33 @@ TEST(svg_test, lines_of_a_million_characters_are_read_in_linear_time) {
         } catch (const std::invalid_argument&) {
         } catch (const std::out_of_range&) {
         }
+    }
+}
+
+// A guide the module will not hold: over the byte bound, or over the piece bound once flattened (a
+// curve is many pieces). Just within both, it loads as written.
+TEST(svg_test, guides_past_the_size_or_piece_bounds_load_as_the_straight_line) {
+    ScratchDataHome home;
+    auto lines = [](std::size_t count) {
+        std::string data = "M 0 0";
+        for (std::size_t i = 0; i < count; ++i)
+            data += i % 2 ? " l 1 -1" : " l 1 1";
+        return Svg("d=\"" + data + "\"");
+    };
+    const std::string padded = lines(1) + std::string(PathParser::kMaxGuideBytes, ' ');
+    std::string curves = "M 0 0";  // few commands, many pieces
+    for (std::size_t i = 0; i < PathParser::kMaxGuidePieces / 2; ++i)
+        curves += " c 0 900 900 900 900 0";
+    for (const auto& [name, text, loaded] : {
+             std::tuple{"at_the_bounds", lines(PathParser::kMaxGuidePieces), true},
+             std::tuple{"too_many_pieces", lines(PathParser::kMaxGuidePieces + 1), false},
+             std::tuple{"too_large", padded.substr(0, PathParser::kMaxGuideBytes + 1), false},
+             std::tuple{"curves_of_too_many_pieces", Svg("d=\"" + curves + "\""), false},
+         }) {
+        SCOPED_TRACE(name);
+        home.WriteGuide(name, text);
+        PathParser parser;
+        parser.LoadFromFile(Utf8ToUtf16(name));
+        EXPECT_EQ(Describe(parser) == kStraightLine, !loaded);
     }
 }
