@@ -1,13 +1,13 @@
 #include "taskpool/ThreadPool.h"
 
 #include <chrono>
-#include <future>
+#include <iterator>
 #include <utility>
 
 namespace {
 
-// Pause between sweeps over the futures of a pass: the host's progress display needs no more than
-// about a hundred refreshes a second, and the caller's thread stays mostly idle.
+// Longest pause between progress reports: the host's progress display needs no more than about a
+// hundred refreshes a second, and the caller's thread stays mostly idle.
 constexpr std::chrono::milliseconds kPollInterval{10};
 
 // How long an idle worker keeps looking for the next job before it sleeps. The steps of one render
@@ -60,7 +60,7 @@ ThreadPool::~ThreadPool() {
 
 // Runs on each worker thread. With the pool stopping, jobs still queued are taken first, so nothing
 // that was handed out is dropped.
-// Every other worker takes the queue from the back. Queued neighbours tend to draw on the same pixels
+// Every other worker takes the pass from the back. Queued neighbours tend to draw on the same pixels
 // (a layout enqueues each path beside the one before): workers that took them from one end would draw
 // side by side all pass long, handing the same cache lines back and forth and racing for the same
 // coverage bytes. From both ends, each worker still goes from a path to its neighbour, and they meet
@@ -69,20 +69,28 @@ void ThreadPool::WorkerLoop(bool fromBack) {
     for (;;) {
         AwaitJob();
         std::function<void()> job;
+        std::shared_ptr<ThreadPoolTask> task;
+        std::shared_ptr<Pass> pass;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            m_condition.wait(lock, [this] { return m_stop || !m_jobs.empty(); });
-            if (m_stop && m_jobs.empty()) return;
-            if (fromBack) {
-                job = std::move(m_jobs.back());
-                m_jobs.pop_back();
-            } else {
+            m_condition.wait(lock, [this] { return m_stop || !m_jobs.empty() || !m_passTasks.empty(); });
+            if (!m_jobs.empty()) {
                 job = std::move(m_jobs.front());
                 m_jobs.pop_front();
+            } else if (!m_passTasks.empty()) {
+                task = std::move(fromBack ? m_passTasks.back() : m_passTasks.front());
+                fromBack ? m_passTasks.pop_back() : m_passTasks.pop_front();
+                pass = m_pass;
+            } else {
+                return;  // stopping, and nothing is left
             }
-            m_queuedJobs.store(m_jobs.size(), std::memory_order_relaxed);
+            UpdateQueuedJobs();
         }
-        job();
+        if (job) {
+            job();
+        } else {
+            RunPassTask(*pass, *task);
+        }
     }
 }
 
@@ -99,55 +107,42 @@ void ThreadPool::AwaitJob() const {
 
 void ThreadPool::Run() {
     m_completedTasks.exchange(0);
-
-    std::vector<std::future<void>> futures;
-    // Counts this pass's finished jobs, so the wait below ends as soon as the last one returns
-    // instead of at the next poll. Shared: an abandoned pass's jobs may outlive this call.
-    auto finished = std::make_shared<std::atomic<std::size_t>>(0);
-    std::size_t passSize = 0;
+    // Shared with the workers: the last of them may still count a task after the wait below ended.
+    auto pass = std::make_shared<Pass>();
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        passSize = m_tasks.size();
-        futures.reserve(passSize);
-        while (!m_tasks.empty()) {
-            std::shared_ptr<ThreadPoolTask> task = std::move(m_tasks.front());
-            m_tasks.pop_front();
-            m_running.push_back(task);
-            // The job owns its task, so a task whose future was abandoned (after an exception) stays
-            // alive until a worker has finished it.
-            auto packaged = std::make_shared<std::packaged_task<void()>>([task] { task->Run(); });
-            futures.push_back(packaged->get_future());
-            m_jobs.emplace_back([this, packaged, finished, passSize] {
-                (*packaged)();
-                if (finished->fetch_add(1) + 1 == passSize) NotifyPassDone();
-            });
-        }
-        m_queuedJobs.store(m_jobs.size(), std::memory_order_relaxed);
+        pass->size = m_tasks.size();
+        for (const std::shared_ptr<ThreadPoolTask>& task : m_tasks)
+            task->m_passCancelled = pass->cancelled;
+        m_passTasks.insert(m_passTasks.end(), std::make_move_iterator(m_tasks.begin()),
+                           std::make_move_iterator(m_tasks.end()));
+        m_tasks.clear();
+        m_pass = pass;
+        UpdateQueuedJobs();
     }
     m_condition.notify_all();
 
-    const int total = static_cast<int>(futures.size());
-    int done = 0;
-    while (!futures.empty()) {
-        std::size_t i = 0;
-        while (i < futures.size()) {
-            if (futures[i].wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
-                ++i;
-                continue;
-            }
-            futures[i].get();  // rethrows the task's exception and leaves the pass
-            ++done;
-            if (m_progressCallback != nullptr && m_progressCallback(total, done, m_userData) == 0) Cancel();
-            // Swap-remove; the future moved into slot i is examined next.
-            if (i + 1 < futures.size()) std::swap(futures[i], futures.back());
-            futures.pop_back();
-        }
-        if (!futures.empty()) {
+    const int total = static_cast<int>(pass->size);
+    std::size_t reported = 0;
+    bool stopped = false;
+    for (bool ended = false; !ended;) {
+        {
             std::unique_lock<std::mutex> lock(m_mutex);
-            m_passDone.wait_for(lock, kPollInterval, [&] { return finished->load() == passSize; });
+            ended =
+                m_passDone.wait_for(lock, kPollInterval, [&] { return pass->finished.load() == pass->size; });
+        }
+        const std::size_t done = pass->finished.load();
+        if (stopped || done == reported || m_progressCallback == nullptr) continue;
+        reported = done;
+        if (m_progressCallback(total, static_cast<int>(done), m_userData) == 0) {
+            Cancel();
+            stopped = true;
         }
     }
 
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_running.clear();
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_pass.reset();
+    }
+    if (pass->error) std::rethrow_exception(pass->error);
 }

@@ -15,24 +15,32 @@ void ThreadPool::SetProgressCallback(ProgressCallback callback, void* userData) 
     m_userData = userData;
 }
 
-// Meant for a pool that no other thread feeds; the queue is still touched only under the lock, so a
-// Cancel from another thread cannot tear it.
+// Meant for a pool that no other thread feeds: the pass is taken out of the queue under the lock and
+// run from a list of its own, so the workers never see it, and a Cancel from another thread stops it
+// through the pass's flag.
 void ThreadPool::RunAsSingleThread() {
     m_completedTasks.exchange(0);
+    auto pass = std::make_shared<Pass>();
+    std::deque<std::shared_ptr<ThreadPoolTask>> pending;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_totalTasks.exchange(static_cast<int32_t>(m_tasks.size()));
+        pending.swap(m_tasks);
+        for (const std::shared_ptr<ThreadPoolTask>& task : pending)
+            task->m_passCancelled = pass->cancelled;
+        pass->size = pending.size();
+        m_pass = pass;
     }
-
-    for (;;) {
-        std::shared_ptr<ThreadPoolTask> task;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_tasks.empty()) break;
-            task = std::move(m_tasks.front());
-            m_tasks.pop_front();
-            m_running.push_back(task);
+    m_totalTasks.exchange(static_cast<int32_t>(pass->size));
+    struct EndPass {
+        ThreadPool* pool;
+        ~EndPass() {
+            std::lock_guard<std::mutex> lock(pool->m_mutex);
+            pool->m_pass.reset();
         }
+    } endPass{this};
+
+    for (const std::shared_ptr<ThreadPoolTask>& task : pending) {
+        if (pass->cancelled->load(std::memory_order_relaxed)) break;
         task->Run();
         const int previous = m_completedTasks.fetch_add(1);
         if (m_progressCallback != nullptr &&
@@ -41,9 +49,21 @@ void ThreadPool::RunAsSingleThread() {
             break;
         }
     }
+}
 
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_running.clear();
+void ThreadPool::RunPassTask(Pass& pass, ThreadPoolTask& task) {
+    if (!task.IsCancelled()) {
+        try {
+            task.Run();
+        } catch (...) {
+            {
+                std::lock_guard<std::mutex> lock(pass.errorMutex);
+                if (!pass.error) pass.error = std::current_exception();
+            }
+            Cancel();  // the rest of the pass is of no use to a caller that gets an exception
+        }
+    }
+    if (pass.finished.fetch_add(1) + 1 == pass.size) NotifyPassDone();
 }
 
 // Taking the lock orders the notification after a waiter's check of its condition: no lost wake-up.
@@ -83,7 +103,7 @@ void ThreadPool::ForEachChunk(int64_t count, int64_t grain,
                     if (shared->inside.fetch_sub(1) == 1) NotifyPassDone();
                 });
             }
-            m_queuedJobs.store(m_jobs.size(), std::memory_order_relaxed);
+            UpdateQueuedJobs();
         }
         m_condition.notify_all();
     }
@@ -94,11 +114,21 @@ void ThreadPool::ForEachChunk(int64_t count, int64_t grain,
 }
 
 void ThreadPool::Cancel() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    while (!m_tasks.empty()) {
-        m_tasks.front()->Cancel();
-        m_tasks.pop_front();
+    std::deque<std::shared_ptr<ThreadPoolTask>> queued;
+    std::deque<std::shared_ptr<ThreadPoolTask>> unstarted;
+    std::shared_ptr<Pass> pass;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        queued.swap(m_tasks);
+        unstarted.swap(m_passTasks);
+        pass = m_pass;
+        UpdateQueuedJobs();
     }
-    for (const std::shared_ptr<ThreadPoolTask>& task : m_running)
+    for (const std::shared_ptr<ThreadPoolTask>& task : queued)
         task->Cancel();
+    if (pass == nullptr) return;
+    pass->cancelled->store(true, std::memory_order_relaxed);
+    // The dropped tasks count as finished, so that the pass ends with the ones still running.
+    const std::size_t dropped = unstarted.size();
+    if (dropped > 0 && pass->finished.fetch_add(dropped) + dropped == pass->size) NotifyPassDone();
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 
 class ThreadPoolTask {
 public:
@@ -18,11 +19,18 @@ public:
     // can add its own way of stopping. May be called from any thread.
     virtual void Cancel() { m_cancelled.store(true, std::memory_order_relaxed); }
 
-    // Polled by the task while it runs; a late answer only delays the stop.
-    bool IsCancelled() const { return m_cancelled.load(std::memory_order_relaxed); }
+    // Polled by the task while it runs; a late answer only delays the stop. True as well once the pass
+    // the task belongs to is cancelled: the pool stops a pass with one store, however many tasks it has.
+    bool IsCancelled() const {
+        return m_cancelled.load(std::memory_order_relaxed) ||
+               (m_passCancelled != nullptr && m_passCancelled->load(std::memory_order_relaxed));
+    }
 
 private:
-    // Relaxed is enough: the flag carries no data with it, and results travel through the pool's
-    // futures. Atomic only so that the unsynchronised write/read pair is not a data race.
+    friend class ThreadPool;
+    // Relaxed is enough: the flags carry no data with them, and results travel through the pool's
+    // pass counter. Atomic only so that the unsynchronised write/read pairs are not data races.
     std::atomic<bool> m_cancelled{false};
+    // The flag of the pass the task was last handed to; set by the pool before the task runs.
+    std::shared_ptr<const std::atomic<bool>> m_passCancelled;
 };

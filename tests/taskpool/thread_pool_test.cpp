@@ -94,3 +94,32 @@ TEST(thread_pool_test, single_threaded_passes_run_in_queue_order_on_the_caller_a
     pool.RunAsSingleThread();
     EXPECT_EQ(pool.GetTotalTasks(), 0);
 }
+
+// Runs until its pass is cancelled, as a long stroke that polls does.
+class PollingTask : public ThreadPoolTask {
+public:
+    void Run() override {
+        while (!IsCancelled())
+            std::this_thread::yield();
+    }
+};
+
+TEST(thread_pool_test, a_zero_answer_drops_the_unstarted_tasks_of_a_large_pass_and_stops_reporting) {
+    ThreadPool pool(1);  // takes the queue from the front
+    const auto first = EnqueueCounting(pool, 1);
+    pool.Enqueue(std::make_shared<PollingTask>());
+    const auto rest = EnqueueCounting(pool, 100000);
+    ProgressLog log;
+    log.stopAtReport = 1;
+    pool.SetProgressCallback(&ProgressLog::Callback, &log);
+    pool.Run();  // returns only once the polling task has seen the stop
+    EXPECT_EQ(first[0]->Runs(), 1);
+    for (const auto& task : rest) {
+        EXPECT_EQ(task->Runs(), 0);
+        EXPECT_TRUE(task->IsCancelled());
+    }
+    EXPECT_EQ(log.reports, (std::vector<std::pair<int, int>>{{100002, 1}}));
+    pool.Cancel();  // between passes: nothing to do
+    pool.Run();
+    EXPECT_EQ(log.reports.size(), 1u);  // an empty pass reports nothing
+}
