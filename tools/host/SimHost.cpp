@@ -868,10 +868,13 @@ int64_t SimHost::RunFilter(PluginModule& module) {
     // Every run, previews included, starts again from the untouched layer.
     if (m_source && m_destination) m_destination->pixels = m_source->pixels;
     m_cancelled = false;
+    m_stopToReturn = -1;
     m_passProgress = -1;
     const auto start = std::chrono::steady_clock::now();
     const int64_t result = module.Call(kHostSelectorFilterRun, GetServer());
-    m_pluginSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const auto end = std::chrono::steady_clock::now();
+    m_pluginSeconds += std::chrono::duration<double>(end - start).count();
+    if (m_cancelled) m_stopToReturn = std::chrono::duration<double>(end - m_stoppedAt).count();
     return result;
 }
 
@@ -898,7 +901,10 @@ int64_t SimHost::AnswerProcess(int64_t state) {
         --restartsLeft;
         answer = kHostProcessAnswerRestart;
     }
-    if (state == kHostProcessStateContinue && answer != kHostProcessAnswerContinue) m_cancelled = true;
+    if (state == kHostProcessStateContinue && answer != kHostProcessAnswerContinue && !m_cancelled) {
+        m_cancelled = true;
+        m_stoppedAt = std::chrono::steady_clock::now();
+    }
     m_log.process.emplace_back(state, answer);
     return answer;
 }

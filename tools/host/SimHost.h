@@ -19,6 +19,7 @@
 // Records(), Services() and the table accessors to play a host that lacks them.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -178,6 +179,9 @@ public:
     // Answer exit to the first "may I go on?" once the progress value has reached this step; -1 never.
     int64_t cancelAtStep = -1;
     bool Cancelled() const { return m_cancelled; }
+    // Seconds from the first stop answer of the last run to the plug-in's return from it; negative when
+    // the run was not stopped.
+    double StopToReturnSeconds() const { return m_stopToReturn; }
     // Called on every progress value, e.g. to draw a bar.
     std::function<void(int64_t value, int64_t total)> onProgress;
 
@@ -234,6 +238,8 @@ private:
     int64_t m_canvasWidth = 0;
     int64_t m_canvasHeight = 0;
     bool m_cancelled = false;
+    std::chrono::steady_clock::time_point m_stoppedAt;
+    double m_stopToReturn = -1;
     int64_t m_passProgress = -1;  // last progress value of the current pass
     double m_pluginSeconds = 0.0;
     _Property* m_panel = nullptr;

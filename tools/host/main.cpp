@@ -38,6 +38,7 @@ filter initialise, panel changes, one or more filter runs, filter terminate, mod
       --runs N              number of filter runs, as previews and then the final one (default 1)
       --restart N           answer "restart" at the end of the first N passes of each run
       --cancel-at STEP      cancel each run once its progress reaches STEP of the plug-in's total
+                            (and print how many ms the plug-in took to return after that)
       --panel               print the panel the plug-in built (after the --set and --press changes)
       --module FILE.so      the plug-in module (default: the installed one, else the built one)
       --resources FILE      caption texts, lines of id = text (default: beside the module)
@@ -484,6 +485,9 @@ int Run(const Options& options) {
             status = 1;
         } else if (host.Cancelled()) {
             Note(options, "run " + std::to_string(run) + " cancelled");
+            // Even with -q: how quickly a stop takes effect is what scripts measure.
+            std::fprintf(stderr, "brivane-host: run %lld: returned %.1f ms after the stop answer\n",
+                         static_cast<long long>(run), host.StopToReturnSeconds() * 1000);
         }
     }
 
