@@ -10,6 +10,7 @@
 #include "engine/MoveEffectFilter.h"
 #include "storage/FileHelpers.h"
 #include "storage/Preset.h"
+#include "storage/SettingRanges.h"
 
 namespace {
 
@@ -59,6 +60,44 @@ int64_t ScaleToCanvas(int64_t extent, double fraction) {
     if (scaled >= kLimit) return static_cast<int64_t>(kLimit);
     if (scaled <= -kLimit) return -static_cast<int64_t>(kLimit);
     return static_cast<int64_t>(scaled);
+}
+
+// The item keys of the number settings and their preset keys, for the ranges every front shares.
+struct RangedItem {
+    int64_t item;
+    std::string_view key;
+};
+constexpr RangedItem kRangedItems[] = {
+    {ZephrineManager::kItemCurvature, "curvature"},
+    {ZephrineManager::kItemSize, "size"},
+    {ZephrineManager::kItemHardness, "hardness"},
+    {ZephrineManager::kItemFluction, "fluction"},
+    {ZephrineManager::kItemIn, "in"},
+    {ZephrineManager::kItemOut, "out"},
+    {ZephrineManager::kItemPosition, "position"},
+    {ZephrineManager::kItemPosFluct, "posfluct"},
+    {ZephrineManager::kItemLength, "length"},
+    {ZephrineManager::kItemLenFluct, "lenfluct"},
+    {ZephrineManager::kItemSpacing, "spacing"},
+    {ZephrineManager::kItemSpcFluct, "spcfluct"},
+    {ZephrineManager::kItemLenGain, "lengain"},
+    {ZephrineManager::kItemSpcGain, "spcgain"},
+};
+
+// The range of a number item; every item of kRangedItems has one in the shared table.
+const SettingRange& RangeOf(int64_t item) {
+    for (const RangedItem& ranged : kRangedItems)
+        if (ranged.item == item) return *FindSettingRange(ranged.key);
+    throw std::logic_error("an item without a range");
+}
+
+// A number item's value as the item can hold it.
+double Held(int64_t item, double value) {
+    return HoldToRange(RangeOf(item), value);
+}
+int64_t HeldWhole(int64_t item, int64_t value) {
+    const SettingRange& range = RangeOf(item);
+    return std::clamp(value, static_cast<int64_t>(range.min), static_cast<int64_t>(range.max));
 }
 
 // Canvas-relative coordinate of a point for a saved preset; 0 on a canvas without extent.
@@ -211,22 +250,30 @@ bool ZephrineManager::OnInitFilter() {
         }
 
         AddComboBox(kItemGuide, 'r', guideRows);
-        AddDblSlider(kItemCurvature, 'r', -10.0, 10.0, curvature);
-        AddDblSlider(kItemSize, 's', 1.0, 50.0, size);
-        AddDblSlider(kItemHardness, 'h', 0.0, 1.0, hardness);
-        AddDblSlider(kItemFluction, 'f', 0.0, 1.0, fluction);
-        AddSlider(kItemIn, 'i', 0, 1000, in);
-        AddSlider(kItemOut, 'o', 0, 1000, out);
+        // Sliders with the ranges every front shares.
+        const auto decimal = [this](int64_t item, char access, double value) {
+            AddDblSlider(item, access, RangeOf(item).min, RangeOf(item).max, value);
+        };
+        const auto whole = [this](int64_t item, char access, int64_t value) {
+            AddSlider(item, access, static_cast<int64_t>(RangeOf(item).min),
+                      static_cast<int64_t>(RangeOf(item).max), value);
+        };
+        decimal(kItemCurvature, 'r', curvature);
+        decimal(kItemSize, 's', size);
+        decimal(kItemHardness, 'h', hardness);
+        decimal(kItemFluction, 'f', fluction);
+        whole(kItemIn, 'i', in);
+        whole(kItemOut, 'o', out);
         AddCheckBox(kItemAsDist, 'd', asdist);
         AddCheckBox(kItemEasing, 'e', easing);
-        AddSlider(kItemPosition, 'p', -1000, 1000, position);
-        AddDblSlider(kItemPosFluct, 'u', 0.0, 1.0, posfluct);
-        AddSlider(kItemLength, 'l', 0, 1000, length);
-        AddDblSlider(kItemLenFluct, 'l', 0.0, 1.0, lenfluct);
-        AddSlider(kItemSpacing, 'a', 1, 1000, spacing);
-        AddDblSlider(kItemSpcFluct, 'a', 0.0, 1.0, spcfluct);
-        AddDblSlider(kItemLenGain, 'g', -100.0, 100.0, lengain);
-        AddDblSlider(kItemSpcGain, 'g', -100.0, 100.0, spcgain);
+        whole(kItemPosition, 'p', position);
+        decimal(kItemPosFluct, 'u', posfluct);
+        whole(kItemLength, 'l', length);
+        decimal(kItemLenFluct, 'l', lenfluct);
+        whole(kItemSpacing, 'a', spacing);
+        decimal(kItemSpcFluct, 'a', spcfluct);
+        decimal(kItemLenGain, 'g', lengain);
+        decimal(kItemSpcGain, 'g', spcgain);
         AddCheckBox(kItemConnect, 'c', connect);
         return true;
     });
@@ -425,12 +472,27 @@ void ZephrineManager::SetIniPathType(int64_t itemKey, int value, int64_t& field)
 }
 
 void ZephrineManager::SetIniCanvasPoint(int64_t itemKey, const PathPoint& relative, Point& point) {
+    PathPoint place = relative;
+    if (!std::isfinite(place.x) || !std::isfinite(place.y)) {
+        const int index = itemKey == kItemPoint3 ? 2 : itemKey == kItemPoint2 ? 1 : 0;
+        place = PathPoint{0.0, 0.0};
+        GetDefaultTargetPoint(static_cast<int>(m_pathType), index, place);
+    }
     int64_t width = 0;
     int64_t height = 0;
     GetCanvasSize(width, height);
-    point.x = ScaleToCanvas(width, relative.x);
-    point.y = ScaleToCanvas(height, relative.y);
+    point = HoldOnCanvas(Point{ScaleToCanvas(width, place.x), ScaleToCanvas(height, place.y)});
     SetPointValue(itemKey, point);
+}
+
+Point ZephrineManager::HoldOnCanvas(Point point) {
+    int64_t width = 0;
+    int64_t height = 0;
+    GetCanvasSize(width, height);
+    const int64_t reach = ScaleToCanvas(std::max<int64_t>({width, height, 0}), kMaxPointReach);
+    point.x = std::clamp(point.x, -reach, std::max<int64_t>(width, 0) + reach);
+    point.y = std::clamp(point.y, -reach, std::max<int64_t>(height, 0) + reach);
+    return point;
 }
 
 void ZephrineManager::SetIniGuideName(int64_t itemKey, const std::string& name, int64_t& field) {
@@ -444,11 +506,13 @@ void ZephrineManager::SetIniGuideName(int64_t itemKey, const std::string& name, 
 }
 
 void ZephrineManager::SetIniDouble(int64_t itemKey, double value, double& field) {
+    value = Held(itemKey, value);
     field = value;
     SetDoubleValue(itemKey, value);
 }
 
-void ZephrineManager::SetIniInteger(int64_t itemKey, int value, int64_t& field) {
+void ZephrineManager::SetIniInteger(int64_t itemKey, int64_t value, int64_t& field) {
+    value = HeldWhole(itemKey, value);
     field = value;
     SetIntValue(itemKey, value);
 }
@@ -468,32 +532,39 @@ void ZephrineManager::OnPrepareDraw() {
 }
 
 void ZephrineManager::OnUpdateParameter() {
+    // The host's answers are held to the items' ranges before anything is narrowed: a host may answer
+    // values its panel was never given.
+    const Point p1 = HoldOnCanvas(m_point1), p2 = HoldOnCanvas(m_point2), p3 = HoldOnCanvas(m_point3);
     m_param = MoveEffectParam{};
     m_param.type = static_cast<int32_t>(m_pathType);
-    m_target.x1 = static_cast<int32_t>(m_point1.x);
-    m_target.y1 = static_cast<int32_t>(m_point1.y);
-    m_target.x2 = static_cast<int32_t>(m_point2.x);
-    m_target.y2 = static_cast<int32_t>(m_point2.y);
-    m_target.x3 = static_cast<int32_t>(m_point3.x);
-    m_target.y3 = static_cast<int32_t>(m_point3.y);
-    m_param.curvature = curvature;
-    m_param.size = size;
-    m_param.hardness = hardness;
-    m_param.fluction = fluction;
+    m_target.x1 = static_cast<int32_t>(p1.x);
+    m_target.y1 = static_cast<int32_t>(p1.y);
+    m_target.x2 = static_cast<int32_t>(p2.x);
+    m_target.y2 = static_cast<int32_t>(p2.y);
+    m_target.x3 = static_cast<int32_t>(p3.x);
+    m_target.y3 = static_cast<int32_t>(p3.y);
+    m_param.curvature = Held(kItemCurvature, curvature);
+    m_param.size = Held(kItemSize, size);
+    m_param.hardness = Held(kItemHardness, hardness);
+    m_param.fluction = Held(kItemFluction, fluction);
     m_param.asdist = asdist;
     m_param.easing = easing;
-    m_param.posfluct = posfluct;
-    m_param.lenfluct = lenfluct;
-    m_param.spcfluct = spcfluct;
-    m_param.lengain = lengain;
-    m_param.spcgain = spcgain;
+    m_param.posfluct = Held(kItemPosFluct, posfluct);
+    m_param.lenfluct = Held(kItemLenFluct, lenfluct);
+    m_param.spcfluct = Held(kItemSpcFluct, spcfluct);
+    m_param.lengain = Held(kItemLenGain, lengain);
+    m_param.spcgain = Held(kItemSpcGain, spcgain);
     m_param.connect = connect;
     // The sliders run 0 .. 1000: pixels as they stand, or thousandths of the line length.
-    m_param.in = asdist ? static_cast<double>(in) : static_cast<double>(in) / 1000.0;
-    m_param.out = asdist ? static_cast<double>(out) : static_cast<double>(out) / 1000.0;
-    m_param.position = static_cast<int32_t>(position);
-    m_param.length = static_cast<int32_t>(length);
-    m_param.spacing = static_cast<int32_t>(spacing);
+    const auto taper = [this](int64_t item, int64_t value) {
+        const double held = static_cast<double>(HeldWhole(item, value));
+        return asdist ? held : held / 1000.0;
+    };
+    m_param.in = taper(kItemIn, in);
+    m_param.out = taper(kItemOut, out);
+    m_param.position = static_cast<int32_t>(HeldWhole(kItemPosition, position));
+    m_param.length = static_cast<int32_t>(HeldWhole(kItemLength, length));
+    m_param.spacing = static_cast<int32_t>(HeldWhole(kItemSpacing, spacing));
 }
 
 void ZephrineManager::OnCalculate() {

@@ -94,14 +94,18 @@ public:
     // Saves the current values as a preset named after the date and time and lists it at once.
     void SavePreset();
 
-    // Each sets the field and the item.
+    // Each sets the field and the item, to a value the item can hold: numbers within the item's range
+    // (NaN gives its default), points within reach of the canvas (a point that is not a number gives
+    // the arrangement's default).
     void SetIniPathType(int64_t itemKey, int value, int64_t& field);
     // relative is a fraction of the canvas on each axis.
     void SetIniCanvasPoint(int64_t itemKey, const PathPoint& relative, Point& point);
     // Finds the guide by name, ignoring letter case; an unknown name changes nothing.
     void SetIniGuideName(int64_t itemKey, const std::string& name, int64_t& field);
     void SetIniDouble(int64_t itemKey, double value, double& field);
-    void SetIniInteger(int64_t itemKey, int value, int64_t& field);
+    void SetIniInteger(int64_t itemKey, int64_t value, int64_t& field);
+    // A canvas point held within kMaxPointReach of the canvas.
+    Point HoldOnCanvas(Point point);
     void SetIniBool(int64_t itemKey, bool value, bool& field);
 
     // ---- State, for tests and tools ----

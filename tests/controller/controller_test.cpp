@@ -190,6 +190,32 @@ TEST_F(controller_test, a_preset_with_every_key_sets_every_item) {
     ExpectValues(every);
 }
 
+// A shared preset may hold anything: the panel, and so the drawing, gets values its items can hold.
+TEST_F(controller_test, a_preset_out_of_the_panels_ranges_is_held_to_them) {
+    home.WritePreset("wild",
+                     "[guide]\np1=nan,0.5\np2=1e300,-1e300\np3=0.5,inf\ncurvature=nan\n"
+                     "[pen]\nsize=1e9\nhardness=-5\nin=2000000000\nout=-1\n"
+                     "[line]\nposition=-2000000000\nlength=2000000000\nspacing=0\nlengain=inf\n"
+                     "spcgain=-1e308\n");
+    OpenFilter();
+    ASSERT_EQ(Change(150, "1"), kHostPropertyModified);  // parallel, its points at their defaults
+    const HostPoint p1 = Item(170).pointValue, p3 = Item(172).pointValue;
+    const double curvature = Item(162).decValue;
+    EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
+    const int64_t reach = 4 * std::max(kCanvasWidth, kCanvasHeight);
+    ExpectPoints({p1, HostPoint{kCanvasWidth + reach, -reach}, p3});
+    ExpectValues({{162, curvature},
+                  {202, 50},
+                  {203, 0},
+                  {205, 1000},
+                  {206, 0},
+                  {220, -1000},
+                  {222, 1000},
+                  {224, 1},
+                  {226, 100},
+                  {227, -100}});
+}
+
 TEST_F(controller_test, an_unreadable_preset_changes_nothing) {
     home.WritePreset("empty", "");
     OpenFilter();
@@ -418,6 +444,28 @@ TEST_F(manager_test, parameters_and_points_come_from_the_panel) {
     EXPECT_EQ(target.y1, kCanvasHeight / 2);
     EXPECT_EQ(target.x2, -30);
     EXPECT_EQ(target.y2, 40);
+}
+
+// A host may answer what its panel was never given: the drawing still gets values the items can hold.
+TEST_F(manager_test, wild_host_answers_are_held_to_the_items_ranges) {
+    for (SimItem* item : {host.FindItem(202), host.FindItem(226)})
+        item->decValue = std::nan("");
+    host.FindItem(203)->decValue = 1e300;
+    host.FindItem(222)->intValue = INT64_MAX;
+    host.FindItem(224)->intValue = INT64_MIN;
+    host.FindItem(171)->pointValue = {INT64_MIN, INT64_MAX};
+    for (int64_t key : {202, 203, 222, 224, 226, 171})
+        host.Notify(key, kHostNotifyValueChanged);
+    manager.OnUpdateParameter();
+    const MoveEffectParam& param = manager.GetParam();
+    EXPECT_EQ(param.size, 2.0) << "the default";
+    EXPECT_EQ(param.lengain, 0.0);
+    EXPECT_EQ(param.hardness, 1.0);
+    EXPECT_EQ(param.length, 1000);
+    EXPECT_EQ(param.spacing, 1);
+    const int64_t reach = 4 * std::max(kCanvasWidth, kCanvasHeight);
+    EXPECT_EQ(manager.GetTarget().x2, -reach);
+    EXPECT_EQ(manager.GetTarget().y2, kCanvasHeight + reach);
 }
 
 }  // namespace
