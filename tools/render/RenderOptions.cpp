@@ -7,40 +7,13 @@
 #include <filesystem>
 #include <string_view>
 
+#include "storage/SettingRanges.h"
 #include "tools/render/PresetFile.h"
 
 namespace brivane::tools {
 namespace {
 
 using P = MoveEffectIniParam;
-
-// A setting that takes a number, with the range of its slider in the plug-in's panel: a value outside
-// it is one the plug-in could never be given, so the picture would not match.
-struct NumberSetting {
-    std::string_view name;
-    double P::*real;    // set for decimal settings
-    int32_t P::*whole;  // set for whole-number settings
-    double min, max;
-};
-
-// clang-format off
-constexpr NumberSetting kNumberSettings[] = {
-    {"curvature", &P::curvature, nullptr, -10, 10},
-    {"size", &P::size, nullptr, 1, 50},
-    {"hardness", &P::hardness, nullptr, 0, 1},
-    {"fluction", &P::fluction, nullptr, 0, 1},
-    {"in", nullptr, &P::in, 0, 1000},
-    {"out", nullptr, &P::out, 0, 1000},
-    {"position", nullptr, &P::position, -1000, 1000},
-    {"posfluct", &P::posfluct, nullptr, 0, 1},
-    {"length", nullptr, &P::length, 0, 1000},
-    {"lenfluct", &P::lenfluct, nullptr, 0, 1},
-    {"spacing", nullptr, &P::spacing, 1, 1000},
-    {"spcfluct", &P::spcfluct, nullptr, 0, 1},
-    {"lengain", &P::lengain, nullptr, -100, 100},
-    {"spcgain", &P::spcgain, nullptr, -100, 100},
-};
-// clang-format on
 
 struct BoolSetting {
     std::string_view name;
@@ -169,21 +142,21 @@ void StoreGuideName(const std::string& guide, P& settings) {
     name.copy(settings.name, name.size());
 }
 
+}  // namespace
+
 bool CheckRanges(const P& s, std::string& error) {
-    for (const NumberSetting& n : kNumberSettings) {
-        const double value = n.real ? s.*n.real : s.*n.whole;
+    for (const SettingRange& n : kSettingRanges) {
+        const double value = n.Get(s);
         if (!(value >= n.min && value <= n.max)) {
             char text[160];
             std::snprintf(text, sizeof text, "%s %g is outside the plug-in's range %g to %g",
-                          std::string(n.name).c_str(), value, n.min, n.max);
+                          std::string(n.key).c_str(), value, n.min, n.max);
             error = text;
             return false;
         }
     }
     return true;
 }
-
-}  // namespace
 
 bool IsBuiltInGuide(const std::string& guide) {
     return guide == ":S" || guide == ":C";
@@ -298,9 +271,9 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
             options.pointGiven[index] = true;
         } else {
             const std::string_view name = std::string_view(key).substr(key.rfind("--", 0) == 0 ? 2 : 0);
-            const NumberSetting* number = nullptr;
-            for (const NumberSetting& n : kNumberSettings)
-                if (key.size() > 2 && name == n.name) number = &n;
+            // Number settings take the plug-in panel's ranges: a value outside them is one the plug-in
+            // could never be given, so the picture would not match.
+            const SettingRange* number = key.size() > 2 ? FindSettingRange(name) : nullptr;
             const BoolSetting* flag = nullptr;
             bool negated = false;
             for (const BoolSetting& b : kBoolSettings) {
@@ -312,11 +285,11 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
             }
             if (number) {
                 if (!takeValue(value)) return false;
-                const bool ok = number->real ? ReadDouble(value, options.settings.*number->real)
-                                             : ReadInt(value, options.settings.*number->whole);
+                const bool ok = number->decimal ? ReadDouble(value, options.settings.*number->decimal)
+                                                : ReadInt(value, options.settings.*number->whole);
                 if (!ok) {
                     error = key + ": " + Quote(value) +
-                            (number->real ? " is not a number" : " is not a whole number");
+                            (number->decimal ? " is not a number" : " is not a whole number");
                     return false;
                 }
             } else if (flag) {
@@ -406,11 +379,11 @@ bool ResolveTarget(const RenderOptions& options, uint32_t width, uint32_t height
         // Fractions are scaled and truncated toward zero, as the plug-in places its handles.
         const double x = p.xRelative ? std::trunc(width * p.x) : std::trunc(p.x);
         const double y = p.yRelative ? std::trunc(height * p.y) : std::trunc(p.y);
-        const double limit = kMaxPointDistance * side;
+        const double limit = kMaxPointReach * side;
         if (!(x >= -limit && x <= width + limit && y >= -limit && y <= height + limit)) {
             char message[96];
             std::snprintf(message, sizeof message, "p%d lies more than %d canvas sides off the canvas", i + 1,
-                          static_cast<int>(kMaxPointDistance));
+                          static_cast<int>(kMaxPointReach));
             error = message;
             return false;
         }

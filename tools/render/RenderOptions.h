@@ -64,6 +64,10 @@ bool IsBuiltInGuide(const std::string& guide);
 // with a one-line reason; `options` may then be partly filled.
 bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& options, std::string& error);
 
+// False, with a one-line reason naming the first setting outside the plug-in panel's range (a value
+// the plug-in could never be given); NaN is outside every range.
+bool CheckRanges(const MoveEffectIniParam& settings, std::string& error);
+
 // Takes over what a preset gives, field by field, as the plug-in does when a preset is chosen; a guide
 // name it gives is looked up in `folder` first.
 void ApplyPreset(const MoveEffectIniParam& preset, const MoveEffectIniReadFlag& read,
@@ -74,10 +78,9 @@ std::string RenderUsage();
 
 // The target in pixels for a canvas of that size: unset points take the arrangement's default, and
 // fractions are scaled and truncated toward zero as the plug-in does. False when a point lies so far
-// off the canvas (beyond kMaxPointDistance sides) that the lines would be pointlessly long.
+// off the canvas (beyond kMaxPointReach times its longer side) that the plug-in would not take it.
 bool ResolveTarget(const RenderOptions& options, uint32_t width, uint32_t height, PointTarget& target,
                    std::string& error);
-inline constexpr double kMaxPointDistance = 10.0;
 
 // The plug-in's conversion of its settings into engine parameters: in/out are thousandths of the line
 // length unless asdist, the rest is copied.
