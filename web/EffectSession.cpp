@@ -173,6 +173,17 @@ public:
         return true;
     }
 
+    // Why the last preset or setting was refused; empty when it was taken.
+    std::string Refusal() const { return m_refusal; }
+
+    // The largest guide and preset files the plug-in reads, for the page to refuse before reading.
+    val Limits() const {
+        val limits = val::object();
+        limits.set("guideBytes", static_cast<double>(PathParser::kMaxGuideBytes));
+        limits.set("presetBytes", static_cast<double>(kPresetMaxBytes));
+        return limits;
+    }
+
     // A whole preset file. Returns how many settings it gave; a guide it names that the page has not
     // loaded is ignored, as the plug-in ignores a guide name it does not list.
     int LoadPreset(const std::string& text) { return Apply(text); }
@@ -254,12 +265,22 @@ public:
     }
 
 private:
+    // A preset, or one setting, is taken whole or not at all: a value outside the plug-in panel's
+    // range, or a point beyond its reach of the page, refuses it with the reason (Refusal), as the
+    // command line refuses them.
     int Apply(const std::string& text) {
+        m_refusal.clear();
         MoveEffectIniParam preset;
         MoveEffectIniReadFlag read{};
         if (!ParsePresetText(text, &preset, &read)) return 0;
         if (read.name && !IsBuiltInGuide(preset.name) && m_guides.count(preset.name) == 0) read.name = false;
-        ApplyPreset(preset, read, "", m_options);
+        RenderOptions options = m_options;
+        ApplyPreset(preset, read, "", options);
+        PointTarget target{};
+        if (!CheckRanges(options.settings, m_refusal) ||
+            (!m_page.pixels.empty() && !ResolveTarget(options, m_page.width, m_page.height, target, m_refusal)))
+            return 0;
+        m_options = std::move(options);
         const bool* flags = &read.type;
         return static_cast<int>(std::count(flags, flags + sizeof read / sizeof(bool), true));
     }
@@ -292,6 +313,7 @@ private:
     PngImage m_result;                            // the last full render
     RenderOptions m_options;                      // settings, points (fractions of the page) and guide
     std::map<std::string, std::string> m_guides;  // SVG text by guide name
+    std::string m_refusal;                        // why the last preset or setting was refused
 };
 
 EMSCRIPTEN_BINDINGS(brivane) {
@@ -300,6 +322,8 @@ EMSCRIPTEN_BINDINGS(brivane) {
         .function("setLayer", &EffectSession::SetLayer)
         .function("setValue", &EffectSession::SetValue)
         .function("loadPreset", &EffectSession::LoadPreset)
+        .function("refusal", &EffectSession::Refusal)
+        .function("limits", &EffectSession::Limits)
         .function("presetText", &EffectSession::PresetText)
         .function("values", &EffectSession::Values)
         .function("addGuide", &EffectSession::AddGuide)

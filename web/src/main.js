@@ -146,8 +146,8 @@ function showValues(values) {
 }
 
 async function change(key, text, at = performance.now()) {
-  const { ok } = await preview.call('set', { key, text });
-  if (!ok) setStatus(`${key}: ${text} was not accepted`);
+  const { ok, refusal } = await preview.call('set', { key, text });
+  if (!ok) setStatus(refusal || `${key}: ${text} was not accepted`);
   if (key === 'type') {
     // A new arrangement puts the handles at its own default places, as in the plug-in.
     const { values } = await preview.call('values');
@@ -324,8 +324,14 @@ async function openPage(file) {
 
 async function openPreset(file) {
   if (!file) return;
+  // The plug-in's own bounds, checked before a shared file is read into the page.
+  const limits = await preview.call('limits');
+  if (file.size > limits.presetBytes) {
+    return setStatus(`${file.name}: not a preset file: larger than ${limits.presetBytes / 1024} KiB`);
+  }
   const text = await file.text();
-  const { given, values } = await preview.call('preset', { text });
+  const { given, refusal, values } = await preview.call('preset', { text });
+  if (refusal) return setStatus(`${file.name}: ${refusal}`);
   if (!given) return setStatus(`${file.name} holds no setting a preset can give`);
   showValues(values);
   setStatus(`${file.name}: ${given} settings taken`, document.body.dataset.state);
@@ -336,6 +342,10 @@ async function openPreset(file) {
 async function openGuide(file, select) {
   if (!file) return;
   const name = file.name.replace(/\.svg$/i, '');
+  const limits = await preview.call('limits');
+  if (file.size > limits.guideBytes) {
+    return setStatus(`${file.name}: ${file.size} bytes, more than the ${limits.guideBytes / 1024} KiB a guide may hold`);
+  }
   const svg = await file.text();
   try {
     await preview.call('guide', { name, svg });

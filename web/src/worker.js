@@ -25,9 +25,13 @@ async function handle({ id, op, ...args }) {
         session.setLayer(args.width, args.height, new Uint8Array(args.pixels));
         return reply(id, { ok: true });
       case 'set':
-        return reply(id, { ok: session.setValue(args.key, String(args.text)) });
+        return reply(id, { ok: session.setValue(args.key, String(args.text)), refusal: session.refusal() });
       case 'preset':
-        return reply(id, { given: session.loadPreset(args.text), values: session.values() });
+        return reply(id, {
+          given: session.loadPreset(args.text), refusal: session.refusal(), values: session.values(),
+        });
+      case 'limits':
+        return reply(id, session.limits());
       case 'guide':
         return reply(id, { error: session.addGuide(args.name, args.svg) });
       case 'values':
