@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <vector>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -630,28 +632,6 @@ constexpr std::array<uint8_t, StrokeRaster::kBatchDiscs> kCoarseToFine = MakeCoa
 
 // --- DiscProfile ----------------------------------------------------------------------------------
 
-DiscProfile::DiscProfile(double hardness)
-    : m_hardness(hardness), m_exponent(4 * hardness + 1), m_table(kTableSize + 1, 0.0f) {
-    const double h2 = hardness * hardness;
-    const double band = 1.0 - hardness;
-    for (int i = 0; i <= kTableSize; ++i) {
-        const double rho = std::sqrt(h2 + (1.0 - h2) * i / kTableSize);
-        const double u = band > 0 ? (rho - hardness) / band : 1.0;
-        m_table[i] = static_cast<float>(u >= 1 ? 0.0 : std::pow(1 - u, m_exponent));
-    }
-    m_table[0] = 1.0f;
-    m_table[kTableSize] = 0.0f;
-}
-
-DiscProfile& DiscProfile::ForHardness(double hardness) {
-    thread_local std::unique_ptr<DiscProfile> profile;
-    // Bit patterns, so that a NaN hardness does not rebuild the table on every call.
-    if (!profile || std::memcmp(&profile->m_hardness, &hardness, sizeof hardness) != 0) {
-        profile = std::make_unique<DiscProfile>(hardness);
-    }
-    return *profile;
-}
-
 namespace {
 
 // Radius steps of the skip thresholds: 1/64 px up to 1/8 px, then 1/512 of the radius. A disc uses
@@ -679,7 +659,59 @@ int RadiusStep(double radius, double& stepRadius) {
     return i;
 }
 
+// Slots for every radius step up to kLargestBoundedRadius.
+const int kThresholdSlots = [] {
+    double stepRadius = 0;
+    return RadiusStep(kLargestBoundedRadius, stepRadius) + 1;
+}();
+
 }  // namespace
+
+DiscProfile::DiscProfile(double hardness)
+    : m_hardness(hardness),
+      m_exponent(4 * hardness + 1),
+      m_table(kTableSize + 1, 0.0f),
+      m_thresholds(new std::atomic<Thresholds*>[kThresholdSlots]) {
+    const double h2 = hardness * hardness;
+    const double band = 1.0 - hardness;
+    for (int i = 0; i <= kTableSize; ++i) {
+        const double rho = std::sqrt(h2 + (1.0 - h2) * i / kTableSize);
+        const double u = band > 0 ? (rho - hardness) / band : 1.0;
+        m_table[i] = static_cast<float>(u >= 1 ? 0.0 : std::pow(1 - u, m_exponent));
+    }
+    m_table[0] = 1.0f;
+    m_table[kTableSize] = 0.0f;
+    for (int i = 0; i < kThresholdSlots; ++i)
+        m_thresholds[i].store(nullptr, std::memory_order_relaxed);
+}
+
+DiscProfile::~DiscProfile() {
+    for (int i = 0; i < kThresholdSlots; ++i)
+        delete m_thresholds[i].load(std::memory_order_relaxed);
+}
+
+DiscProfile& DiscProfile::ForHardness(double hardness) {
+    // The profiles of the last few hardnesses: a render uses one, the panel's previews a handful.
+    constexpr std::size_t kKept = 4;
+    static std::mutex mutex;
+    static std::vector<std::shared_ptr<DiscProfile>> kept;  // the newest last
+    thread_local std::shared_ptr<DiscProfile> profile;
+    // Bit patterns, so that a NaN hardness finds its profile too.
+    const auto same = [hardness](const std::shared_ptr<DiscProfile>& p) {
+        return p && std::memcmp(&p->m_hardness, &hardness, sizeof hardness) == 0;
+    };
+    if (same(profile)) return *profile;
+    std::lock_guard<std::mutex> lock(mutex);
+    const auto found = std::find_if(kept.begin(), kept.end(), same);
+    if (found != kept.end()) {
+        profile = *found;
+    } else {
+        profile = std::make_shared<DiscProfile>(hardness);
+        if (kept.size() == kKept) kept.erase(kept.begin());
+        kept.push_back(profile);
+    }
+    return *profile;
+}
 
 const double* DiscProfile::GetSkipThresholds(double radius) {
     if (!(radius >= 0) || radius > kLargestBoundedRadius || !(m_hardness >= 0 && m_hardness < 1)) {
@@ -692,10 +724,15 @@ const double* DiscProfile::GetSkipThresholds(double radius) {
     }
     double stepRadius = 0;
     const int i = RadiusStep(radius, stepRadius);
-    if (static_cast<std::size_t>(i) >= m_thresholds.size()) m_thresholds.resize(i + 1);
-    Thresholds& t = m_thresholds[i];
-    if (t.radius < 0) MakeThresholds(stepRadius, t);
-    return t.squared;
+    std::atomic<Thresholds*>& slot = m_thresholds[i];
+    if (Thresholds* made = slot.load(std::memory_order_acquire)) return made->squared;
+    // Two threads may make the same step at once: they make the same numbers, and one is kept.
+    auto fresh = std::make_unique<Thresholds>();
+    MakeThresholds(stepRadius, *fresh);
+    Thresholds* expected = nullptr;
+    if (slot.compare_exchange_strong(expected, fresh.get(), std::memory_order_acq_rel))
+        return fresh.release()->squared;
+    return expected->squared;
 }
 
 // An upper bound of a disc's 16-sample mean at a pixel whose centre lies `distance` from the disc's.

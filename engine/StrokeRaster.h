@@ -29,22 +29,26 @@
 //     long as the shift between them cannot change any of the stamp's decisions.
 #pragma once
 
+#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <vector>
 
 class MoveEffectFilter;
 
 // The rim profile of one hardness, tabulated over the squared normalised distance (s / r)^2 so that a
-// sample needs neither sqrt nor pow. One per thread and hardness (see ForHardness).
+// sample needs neither sqrt nor pow. One per hardness, shared by every thread (see ForHardness).
 class DiscProfile {
 public:
     // Table steps across the rim: the nearest step is off by far less than a coverage level.
     static constexpr int kTableSize = 8192;
 
     explicit DiscProfile(double hardness);
+    ~DiscProfile();
+    DiscProfile(const DiscProfile&) = delete;
+    DiscProfile& operator=(const DiscProfile&) = delete;
 
     double GetHardness() const { return m_hardness; }
     double GetExponent() const { return m_exponent; }
@@ -54,12 +58,14 @@ public:
 
     // Squared distances (pixel centre to disc centre) from which on a disc of radius at most
     // `radius` cannot raise a pixel whose coverage lies in bucket coverage / kBucketWidth. Made on
-    // first use per radius step and kept.
+    // first use per radius step, by whichever thread needs them first, and kept. Any thread.
     static constexpr int kBucketWidth = 8;
     static constexpr int kBucketCount = 256 / kBucketWidth;
     const double* GetSkipThresholds(double radius);
 
-    // The profile for this hardness, kept per thread so that stamping never waits on a lock.
+    // The profile for this hardness. Kept for the process, so that the tables and thresholds are not
+    // made again by every worker of every render (a small canvas spent most of its time on them); each
+    // thread remembers the last one it was given, so that stamping never waits on a lock.
     static DiscProfile& ForHardness(double hardness);
 
 private:
@@ -72,8 +78,9 @@ private:
 
     double m_hardness;
     double m_exponent;
-    std::vector<double> m_table;          // value and rise to the next value at each of kTableSize + 1 steps
-    std::deque<Thresholds> m_thresholds;  // a deque: growing it keeps handed-out pointers valid
+    std::vector<double> m_table;  // value and rise to the next value at each of kTableSize + 1 steps
+    // One slot per radius step, filled once: a pointer handed out stays valid for the profile's life.
+    std::unique_ptr<std::atomic<Thresholds*>[]> m_thresholds;
 };
 
 // One disc as a stroke produces it.
