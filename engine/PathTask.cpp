@@ -137,9 +137,7 @@ void PathTask::WalkPath() {
     // A line crosses the page once or a few times. A path that would step over many times more (a guide
     // that zigzags across the page thousands of times) ends where its budget runs out, so that no one
     // line costs more than a few.
-    const double budget =
-        kWalkBudgetPages * (static_cast<double>(m_filter->GetWidth()) + m_filter->GetHeight()) +
-        kMinWalkBudget;
+    const double budget = WalkBudget();
     double steps = 0;
 
     if (closed) {
@@ -214,8 +212,10 @@ void PathTask::AppendLinePair(std::vector<DistData>& lines, const PathPoint& at,
     double half = halfLength;
     if (param.lenfluct > 0 && m_lengthRandom) half = (1 + m_lengthRandom->Uniform()) * param.length * 0.5;
     if (param.lengain != 0) {
-        if (param.type == 0 || param.type == 1) {
-            gain = param.lengain * (distance / m_path.GetTotalLength());
+        // A path shorter than a pixel (all three points in one place) has no length to grow along.
+        const double total = m_path.GetTotalLength();
+        if ((param.type == 0 || param.type == 1) && total >= 1) {
+            gain = param.lengain * (distance / total);
         } else if (param.type == 2 && m_circle != nullptr) {
             gain = param.lengain * std::hypot(at.x - m_circle->cx, at.y - m_circle->cy) / 50;
         }
@@ -235,6 +235,11 @@ void PathTask::AppendLinePair(std::vector<DistData>& lines, const PathPoint& at,
     if (end > start) lines.push_back(DistData{start, end, true, true});
 }
 
+double PathTask::WalkBudget() const {
+    return kWalkBudgetPages * (static_cast<double>(m_filter->GetWidth()) + m_filter->GetHeight()) +
+           kMinWalkBudget;
+}
+
 // Worker thread.
 void PathTask::DrawLinesFromPath(std::vector<DistData>& lines) {
     const MoveEffectParam& param = *m_param;
@@ -245,6 +250,7 @@ void PathTask::DrawLinesFromPath(std::vector<DistData>& lines) {
     const CoverageView view{m_filter->m_coverage.get(), m_filter->m_width, m_filter->m_height,
                             m_filter->m_width};
     StrokeRaster raster(m_filter, view, param.hardness, m_pass);
+    const double budget = WalkBudget();
     int poll = 0;
     for (const DistData& line : lines) {
         if (IsCancelled()) return;
@@ -254,7 +260,8 @@ void PathTask::DrawLinesFromPath(std::vector<DistData>& lines) {
         const double len = (line.end - m_path.GetPosition().distance) - ahead;
         PathPoint previous = m_path.MoveNext(ahead);
         double previousPressure = 0;
-        if (len >= 0) {
+        // No stroke is longer than a walk may be: longer ones only come of degenerate targets.
+        if (len >= 0 && len <= budget) {
             for (double t = 0; t <= len; t += 1) {
                 if (++poll % kCancelPollSteps == 0 && IsCancelled()) return;
                 const double pressure = GetPressure(t, len, line.taperIn, line.taperOut, fluct);

@@ -102,6 +102,8 @@ private:
     bool AppendPlacedGuide();
     // Run's walk over the path.
     void WalkPath();
+    // Steps one walk, or one stroke, may take: a few page sides' worth.
+    double WalkBudget() const;
 
     MoveEffectFilter* m_filter;         // where strokes are stamped (not owned)
     const MoveEffectParam* m_param;     // the filter's parameter record (not owned)

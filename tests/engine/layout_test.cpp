@@ -157,3 +157,16 @@ TEST(layout_test, lines_that_cannot_reach_the_canvas_are_not_made) {
     auto spokes = MakeFilter(radiate, PointTarget{50, -100000, 50, -99990, 50, -99980}, guide, layer);
     EXPECT_LE(RenderSingleThreaded(*spokes), 3);
 }
+
+// Found by fuzzing: with all three points in one place a spoke has no length, and a length gain
+// divided by it made strokes without end.
+TEST(layout_test, a_length_gain_on_spokes_of_no_length_draws_no_endless_strokes) {
+    PathParser guide = StraightGuide();
+    Layer layer(100, 100, true);
+    MoveEffectParam param = QuietParam(0);
+    param.lengain = 100;
+    param.spacing = 100;
+    auto filter = MakeFilter(param, PointTarget{40, 40, 40, 40, 40, 40}, guide, layer);
+    RenderSingleThreaded(*filter);
+    EXPECT_EQ(CoverageAt(*filter, 90, 90), 0);
+}
