@@ -316,6 +316,7 @@ void MoveEffectFilter::SetBaseImage(const MoveEffectImageParam* image) {
     m_pixels = static_cast<const unsigned char*>(image->pixels);
     m_width = static_cast<int32_t>(image->width);
     m_height = static_cast<int32_t>(image->height);
+    m_stepsLeft.store(std::max(kMinRenderSteps, kStepsPerPixel * m_width * m_height));
     m_rowBytes = static_cast<int32_t>(image->rowBytes);
     m_pixelBytes = pixelBytes;
     m_invertGray = image->invertGray;
@@ -349,6 +350,7 @@ void MoveEffectFilter::ApplyEffect(bool /*singleThread*/) {
 void MoveEffectFilter::CreatePathTasks() {
     if (m_pixels == nullptr) return;
     m_walkEstimate = 0;
+    m_stepsLeft.store(std::max(kMinRenderSteps, kStepsPerPixel * m_width * m_height));  // each pass anew
     switch (m_param.type) {
         case 1:
             CreateParallelPathTasks();

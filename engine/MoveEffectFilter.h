@@ -145,6 +145,15 @@ public:
     bool IsCancelled() const { return m_cancelled.load(std::memory_order_relaxed); }
     ThreadPool& GetPool() { return m_pool; }
 
+    // Steps a render's walks and strokes may take together, per canvas pixel and at the least. A
+    // render within the panel's ranges takes a few per pixel; only targets and guides that send lines
+    // across the canvas without end reach these, and their render then stops where the steps run out
+    // instead of freezing the host.
+    static constexpr int64_t kStepsPerPixel = 64;
+    static constexpr int64_t kMinRenderSteps = int64_t{1} << 22;
+    // Takes `steps` from the render's allowance; false once it is spent. Worker threads.
+    bool SpendSteps(int64_t steps) { return m_stepsLeft.fetch_sub(steps, std::memory_order_relaxed) > steps; }
+
     // --- Compositing -------------------------------------------------------------------------------
 
     // Writes a layer bitmap: pixels inside the dirty rectangle get `color` and the coverage as alpha,
@@ -285,7 +294,8 @@ private:
     };
     std::unique_ptr<uint64_t[], FreeInkBits> m_inkBits{nullptr, FreeInkBits{0}};
     std::size_t m_inkWordsPerRow = 0;
-    double m_walkEstimate = 0;  // px the queued paths' walks step over, about
+    double m_walkEstimate = 0;            // px the queued paths' walks step over, about
+    std::atomic<int64_t> m_stepsLeft{0};  // of the render's allowance (SpendSteps)
 
     std::atomic<int32_t> m_dirtyLeft{0};
     std::atomic<int32_t> m_dirtyTop{0};

@@ -133,7 +133,9 @@ void PathTask::WalkPath() {
     std::vector<DistData> lines;
     PathPoint point = m_path.MoveNext(0);
     int poll = 0;
-    auto cancelled = [&] { return ++poll % kCancelPollSteps == 0 && IsCancelled(); };
+    auto cancelled = [&] {
+        return ++poll % kCancelPollSteps == 0 && (IsCancelled() || !m_filter->SpendSteps(kCancelPollSteps));
+    };
     // A line crosses the page once or a few times. A path that would step over many times more (a guide
     // that zigzags across the page thousands of times) ends where its budget runs out, so that no one
     // line costs more than a few.
@@ -263,14 +265,20 @@ void PathTask::DrawLinesFromPath(std::vector<DistData>& lines) {
         // No stroke is longer than a walk may be: longer ones only come of degenerate targets.
         if (len >= 0 && len <= budget) {
             for (double t = 0; t <= len; t += 1) {
-                if (++poll % kCancelPollSteps == 0 && IsCancelled()) return;
+                if (++poll % kCancelPollSteps == 0 &&
+                    (IsCancelled() || !m_filter->SpendSteps(kCancelPollSteps)))
+                    return;
                 const double pressure = GetPressure(t, len, line.taperIn, line.taperOut, fluct);
                 const PathPoint point = m_path.MoveNext(1.0);
                 if (previousPressure > 0 || pressure > 0) {
+                    int64_t discs = 0;
                     ForEachLineDisc(previous.x, previous.y, previousPressure, point.x, point.y, pressure,
-                                    param.size, [&raster](double x, double y, double d) {
+                                    param.size, [&raster, &discs](double x, double y, double d) {
                                         raster.AddDisc(Disc{x, y, d});
+                                        ++discs;
                                     });
+                    // A step may hold many discs where rounding makes the path jump: they count too.
+                    if (discs > 1 && !m_filter->SpendSteps(discs)) return;
                 }
                 previous = point;
                 previousPressure = pressure;

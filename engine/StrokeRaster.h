@@ -198,7 +198,10 @@ private:
 // Places the discs of a line from a (pressure pa) to b (pressure pb) as the filter's DrawLine does:
 // a disc of diameter pressure * size after every step of min(max(diameter, 0.1), 1) px, the pressure
 // blended along the line; steps too thin for a 0.1 px disc draw nothing. The last disc may lie up to
-// one step beyond b. Calls emit(x, y, diameter) per disc.
+// one step beyond b. Calls emit(x, y, diameter) per disc. A line longer than kLongestDiscLine draws
+// nothing: strokes join points a pixel apart, and a longer gap only opens where rounding makes a path
+// far off the canvas jump, where a hundred million thin steps would draw nothing anyway.
+inline constexpr double kLongestDiscLine = 4096;
 template <class Emit>
 void ForEachLineDisc(double ax, double ay, double pa, double bx, double by, double pb, double size,
                      Emit&& emit) {
@@ -206,7 +209,7 @@ void ForEachLineDisc(double ax, double ay, double pa, double bx, double by, doub
     const double vy = by - ay;
     const double len = std::hypot(vx, vy);
     // Zero and NaN lengths draw nothing; an infinite one would never end.
-    if (!(len > 0) || len == HUGE_VAL) return;
+    if (!(len > 0) || len > kLongestDiscLine) return;
     const double ux = vx / len;
     const double uy = vy / len;
     double t = 0;

@@ -175,6 +175,10 @@ TEST(stroke_raster_test, a_line_s_pressure_runs_from_its_start_to_its_end) {
     ForEachLineDisc(0, 0, 0.5, 10, 0, 1.0, 2, [&](double, double, double d) { diameters.push_back(d); });
     ASSERT_GE(diameters.size(), 2u);
     EXPECT_DOUBLE_EQ(diameters[1], 1.1);  // the second disc is 1 px, a tenth, along: pressure 0.55
+    // Found by fuzzing: a path far off the canvas jumped 1e7 px in one step, a billion thin steps.
+    diameters.clear();
+    ForEachLineDisc(0, 0, 0, 1e7, 0, 0.01, 2, [&](double, double, double d) { diameters.push_back(d); });
+    EXPECT_TRUE(diameters.empty());
 }
 
 TEST(stroke_raster_test, discs_too_large_for_a_tile_are_stamped_in_place_with_the_same_bytes) {
