@@ -15,9 +15,11 @@
 
 namespace {
 
-// Ring vertices stop here: one per 5 px would need a ring longer than any canvas a host can hold, so
-// only absurd radii meet the limit, and they then cannot queue an endless vertex list.
-constexpr double kMostRingVertices = 1 << 22;
+// Ring vertices stop at this many per px of the canvas's width and height: one per 5 px of perimeter
+// would need a ring of eighty canvas sides, further out than any target within the panel's reach
+// draws, so only absurd radii meet the limit, and they then cannot queue an endless vertex list.
+constexpr double kMostRingVerticesPerPx = 16;
+constexpr double kMostRingVerticesMin = 4096;
 
 PathPoint Rotate(double x, double y, double c, double s) {
     return PathPoint{x * c - y * s, x * s + y * c};
@@ -71,6 +73,7 @@ void MoveEffectFilter::CreateCirclePathTasks() {
     pieces->Clear();
     const std::shared_ptr<const PathParser> walk = std::move(pieces);
     auto append = [&](double rx, double ry) {
+        if (!std::isfinite(rx) || !std::isfinite(ry)) return;  // a ring of no size the canvas can hold
         EnqueuePath(MakeRingTask(
             this, m_circleTarget.get(),
             RingShape{centre, target.angle, target.startAngle, rx, ry, m_param.curvature, walk}));
@@ -123,7 +126,9 @@ bool PathTask::AppendRing() {
     // One vertex per 5 px of perimeter; at least 3, and an even count.
     double count = std::ceil(RingPerimeter(ring.radiusX, ring.radiusY) / 5);
     if (!(count >= 3)) count = 3;
-    count = std::min(count, kMostRingVertices);
+    count = std::min(
+        count, kMostRingVerticesPerPx * (static_cast<double>(m_filter->GetWidth()) + m_filter->GetHeight()) +
+                   kMostRingVerticesMin);
     int n = static_cast<int>(count);
     if (n % 2 != 0) ++n;
 
@@ -139,7 +144,7 @@ bool PathTask::AppendRing() {
     // The vertices go straight into pieces: a ring never holds its commands.
     m_path.BeginPieces(m_param->type == 2);
     for (int i = 0; i <= n; ++i) {
-        if (i % 4096 == 4095 && IsCancelled()) return false;
+        if (i % 4096 == 4095 && (IsCancelled() || !m_filter->SpendSteps(4096))) return false;
         const double psi = i * 2 * std::numbers::pi / n + ring.startAngle;
         const double d = (cursor.point.y - y0) * ring.curvature;
         const PathPoint local =
