@@ -358,18 +358,6 @@ TEST(render_tool_test, an_interrupted_run_writes_nothing) {
     EXPECT_FALSE(fs::exists(temp / "p.ini"));
 }
 
-TEST(render_tool_test, saves_a_preset_over_an_older_file_and_names_one_it_cannot_save) {
-    TempFolder temp;
-    WriteText(temp / "p.ini", "old");
-    MoveEffectIniParam param;
-    GetDefaultPreset(&param);
-    std::string error;
-    ASSERT_TRUE(WritePresetFile(temp / "p.ini", param, error)) << error;
-    EXPECT_EQ(ReadText(temp / "p.ini"), FormatPresetText(param));
-    EXPECT_FALSE(WritePresetFile(temp / "no/p.ini", param, error));
-    EXPECT_EQ(error.rfind(temp / "no/p.ini: cannot save: ", 0), 0u) << error;
-}
-
 TEST(render_tool_test, shows_progress_only_on_a_terminal_and_clears_it) {
     TempFolder temp;
     Save(temp / "page.png", Solid(300, 300, 1, 8, 0, 0));
