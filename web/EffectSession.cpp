@@ -278,7 +278,8 @@ private:
         ApplyPreset(preset, read, "", options);
         PointTarget target{};
         if (!CheckRanges(options.settings, m_refusal) ||
-            (!m_page.pixels.empty() && !ResolveTarget(options, m_page.width, m_page.height, target, m_refusal)))
+            (!m_page.pixels.empty() &&
+             !ResolveTarget(options, m_page.width, m_page.height, target, m_refusal)))
             return 0;
         m_options = std::move(options);
         const bool* flags = &read.type;
