@@ -17,22 +17,17 @@ TEST(icu_test, table_and_simple_lower_casing_fold_every_code_point_as_icu_does) 
                          [&out](char32_t c) { AppendCodePoint(out, static_cast<char32_t>(u_tolower(c))); });
         return true;
     };
-    int differences = 0;
-    for (char32_t c = 0; c <= 0x10FFFF && differences < 10; ++c) {
+    for (char32_t c = 0; c <= 0x10FFFF; ++c) {
         if (c >= 0xD800 && c <= 0xDFFF) continue;
         // Between two letters, so that the runs around a character from the table are folded too.
-        std::u16string text = u"K";
+        std::u16string text = u"K", table, icu(12, u'\0');
         AppendCodePoint(text, c);
         text += u"Q";
-        std::u16string table, icu(3 * text.size(), u'\0');
         UErrorCode status = U_ZERO_ERROR;
-        icu.resize(static_cast<std::size_t>(u_strFoldCase(icu.data(), static_cast<int32_t>(icu.size()),
-                                                          text.data(), static_cast<int32_t>(text.size()),
-                                                          U_FOLD_CASE_DEFAULT, &status)));
-        ASSERT_TRUE(U_SUCCESS(status));
-        ASSERT_TRUE(FoldWithTable(text, table, lower));
-        if (table != icu) ++differences;
-        EXPECT_EQ(table, icu) << std::hex << "U+" << static_cast<uint32_t>(c);
+        icu.resize(static_cast<std::size_t>(u_strFoldCase(
+            icu.data(), 12, text.data(), static_cast<int32_t>(text.size()), U_FOLD_CASE_DEFAULT, &status)));
+        ASSERT_TRUE(U_SUCCESS(status) && FoldWithTable(text, table, lower));
+        ASSERT_EQ(table, icu) << std::hex << "U+" << static_cast<uint32_t>(c);
     }
 }
 
@@ -48,10 +43,7 @@ TEST(icu_test, utf8_is_decoded_and_repaired_as_icu_does) {
     };
     int differences = 0;
     auto check = [&](const std::string& bytes) {
-        const std::u16string ours = DecodeUtf8(bytes.data(), bytes.size());
-        if (ours == icu(bytes) || ++differences > 10) return;
-        ADD_FAILURE() << "bytes " << std::hex << static_cast<int>(static_cast<uint8_t>(bytes[0])) << " "
-                      << static_cast<int>(static_cast<uint8_t>(bytes.size() > 1 ? bytes[1] : 0));
+        differences += DecodeUtf8(bytes.data(), bytes.size()) != icu(bytes);
     };
     // Every code point there and back; every pair of bytes, and every lead and second byte before a
     // continuation, between letters, cover the leads' and the second bytes' bounds.
@@ -72,11 +64,7 @@ TEST(icu_test, utf8_is_decoded_and_repaired_as_icu_does) {
         }
     }
     EXPECT_EQ(differences, 0);
-    // A lone surrogate unit becomes U+FFFD on the way to UTF-8.
-    EXPECT_EQ(EncodeUtf8(std::u16string{u'a', char16_t(0xD800), u'b', char16_t(0xDFFF)}),
-              "a\xEF\xBF\xBD"
-              "b\xEF\xBF\xBD");
-    const uint16_t units[] = {0xDBFF, 0xDFFF, 0xDC00, 0xD7FF};
+    const uint16_t units[] = {0xDBFF, 0xDFFF, 0xDC00, 0xD7FF};  // a pair, a lone low surrogate
     EXPECT_EQ(RepairUtf16(units, 4),
               (std::u16string{char16_t(0xDBFF), char16_t(0xDFFF), u'\uFFFD', u'\uD7FF'}));
 }

@@ -204,16 +204,10 @@ TEST_F(controller_test, a_preset_out_of_the_panels_ranges_is_held_to_them) {
     EXPECT_EQ(Change(140, "1"), kHostPropertyModified);
     const int64_t reach = 4 * std::max(kCanvasWidth, kCanvasHeight);
     ExpectPoints({p1, HostPoint{kCanvasWidth + reach, -reach}, p3});
-    ExpectValues({{162, curvature},
-                  {202, 50},
-                  {203, 0},
-                  {205, 1000},
-                  {206, 0},
-                  {220, -1000},
-                  {222, 1000},
-                  {224, 1},
-                  {226, 100},
-                  {227, -100}});
+    // clang-format off
+    ExpectValues({{162, curvature}, {202, 50}, {203, 0}, {205, 1000}, {206, 0}, {220, -1000}, {222, 1000}, {224, 1},
+                  {226, 100}, {227, -100}});
+    // clang-format on
 }
 
 TEST_F(controller_test, an_unreadable_preset_changes_nothing) {
@@ -448,8 +442,7 @@ TEST_F(manager_test, parameters_and_points_come_from_the_panel) {
 
 // A host may answer what its panel was never given: the drawing still gets values the items can hold.
 TEST_F(manager_test, wild_host_answers_are_held_to_the_items_ranges) {
-    for (SimItem* item : {host.FindItem(202), host.FindItem(226)})
-        item->decValue = std::nan("");
+    host.FindItem(202)->decValue = host.FindItem(226)->decValue = std::nan("");
     host.FindItem(203)->decValue = 1e300;
     host.FindItem(222)->intValue = INT64_MAX;
     host.FindItem(224)->intValue = INT64_MIN;
@@ -457,12 +450,9 @@ TEST_F(manager_test, wild_host_answers_are_held_to_the_items_ranges) {
     for (int64_t key : {202, 203, 222, 224, 226, 171})
         host.Notify(key, kHostNotifyValueChanged);
     manager.OnUpdateParameter();
-    const MoveEffectParam& param = manager.GetParam();
-    EXPECT_EQ(param.size, 2.0) << "the default";
-    EXPECT_EQ(param.lengain, 0.0);
-    EXPECT_EQ(param.hardness, 1.0);
-    EXPECT_EQ(param.length, 1000);
-    EXPECT_EQ(param.spacing, 1);
+    const MoveEffectParam& p = manager.GetParam();  // NaN gives the default
+    EXPECT_EQ((std::vector<double>{p.size, p.lengain, p.hardness, double(p.length), double(p.spacing)}),
+              (std::vector<double>{2, 0, 1, 1000, 1}));
     const int64_t reach = 4 * std::max(kCanvasWidth, kCanvasHeight);
     EXPECT_EQ(manager.GetTarget().x2, -reach);
     EXPECT_EQ(manager.GetTarget().y2, kCanvasHeight + reach);

@@ -3,7 +3,8 @@
 // and depths, selection, panel values, progress answers with restart and cancel, refused objects, missing
 // services, and the order of the selectors. The host aborts when the module uses a handle it was not
 // given or gave back, copies or reports more than an image holds, or holds objects after module
-// terminate; ASan watches every block handed out, each allocated to the byte. Data folder: the samples.
+// terminate; ASan watches every block handed out, each allocated to the byte. The data folder starts
+// empty: presets and guides are the files target's.
 #include <fuzzer/FuzzedDataProvider.h>
 #include <unistd.h>
 
@@ -295,16 +296,9 @@ const std::filesystem::path kPresets = kData / "quorvel/brivane/preset";
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    namespace fs = std::filesystem;
-    fs::create_directories(kPresets / "../guide");
-    for (const fs::directory_entry& entry : fs::directory_iterator(BRIVANE_SAMPLES_DIR)) {
-        const fs::path ext = entry.path().extension(), folder = kPresets / (ext == ".ini" ? "" : "../guide");
-        if (ext == ".ini" || ext == ".svg")
-            fs::copy_file(entry.path(), folder / entry.path().filename(),
-                          fs::copy_options::overwrite_existing);
-    }
+    std::filesystem::create_directories(kPresets);
     setenv("XDG_DATA_HOME", kData.c_str(), 1);
-    std::atexit([] { fs::remove_all(kData); });
+    std::atexit([] { std::filesystem::remove_all(kData); });
     return 0;
 }
 

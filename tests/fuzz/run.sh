@@ -2,8 +2,7 @@
 # Runs each libFuzzer target for a set time or number of executions, whichever comes first, and prints
 # one line per target: executions, edges covered, corpus size and any crash file.
 #   tests/fuzz/run.sh BUILD_DIR SECONDS RUNS [TARGET...]
-# A target missing from BUILD_DIR is taken from FUZZ_LEAN_BUILD (default BUILD_DIR-lean), the build
-# without ASan. The files target runs within the bounds a module must keep: 512 MB and 5 s an input.
+# A target built in FUZZ_LEAN_BUILD (default BUILD_DIR-lean, without ASan) is taken from there.
 # New inputs go to BUILD_DIR/corpus/TARGET (the seeds in tests/fuzz/corpus stay as they are), crash,
 # hang and leak inputs to BUILD_DIR/crashes/. Exits non-zero when any target found one.
 set -u
@@ -22,16 +21,11 @@ for t in $targets; do
   [ -d "$root/tests/fuzz/corpus/$t" ] && set -- "$@" "$root/tests/fuzz/corpus/$t"
   [ -d "$root/tests/data/$t/bad" ] && set -- "$@" "$root/tests/data/$t/bad"
   [ -f "$root/tests/fuzz/$t.dict" ] && set -- "$@" -dict="$root/tests/fuzz/$t.dict"
-  # Presets and guides both: the files target reads one of each.
-  if [ "$t" = files ]; then
-    cat "$root/tests/fuzz/preset.dict" "$root/tests/fuzz/svg.dict" >"$build/logs/files.dict"
-    set -- "$@" -dict="$build/logs/files.dict" -timeout=5 -rss_limit_mb=512 -max_len=8192
-  else
-    # One slow input is a hang: each run of every target takes milliseconds.
-    set -- "$@" -timeout=10 -rss_limit_mb=2048 -max_len=4096
-  fi
-  bin=$build/tests/fuzz/${t}_fuzzer
-  [ -x "$bin" ] || bin=$lean/tests/fuzz/${t}_fuzzer
+  # One slow input is a hang; the files target runs within the bounds a module must keep.
+  if [ "$t" = files ]; then set -- "$@" -timeout=5 -rss_limit_mb=512 -max_len=8192
+  else set -- "$@" -timeout=10 -rss_limit_mb=2048 -max_len=4096; fi
+  bin=$lean/tests/fuzz/${t}_fuzzer
+  [ -x "$bin" ] || bin=$build/tests/fuzz/${t}_fuzzer
   log=$build/logs/$t.log
   "$bin" "$@" -max_total_time="$seconds" -runs="$runs" -print_final_stats=1 \
       -artifact_prefix="$build/crashes/$t-" >"$log" 2>&1

@@ -163,49 +163,31 @@ TEST(svg_test, bad_guide_files_end_as_documented) {
     }
 }
 
-// Long lines must neither take quadratic time nor raise anything but the two conversion errors.
+// Long lines must not take quadratic time (malformed ones are the svg fuzzer's).
 TEST(svg_test, lines_of_a_million_characters_are_read_in_linear_time) {
     const std::size_t kHuge = 1'000'000;
     std::string data = "M 0 0";
     while (data.size() < kHuge)
         data += " L 1 2";
     EXPECT_EQ(Parsed(data).GetSegments().size(), 1u + (data.size() - 5) / 6);
-    for (const std::string& text : {
-             "<path " + std::string(kHuge, 'a') + ">",      // one long name
-             "<path d=\"" + std::string(kHuge, 'x') + ">",  // value never closed
-             "<path " + std::string(kHuge, '=') + ">",
-             "<path d=\"M 0 0 L " + std::string(kHuge, '9') + " 0\">",
-             std::string(kHuge, '<'),
-             "<path transform=\"matrix(" + std::string(kHuge, '1') + ")\" d=\"M 0 0\">",
-         }) {
-        PathParser parser;
-        try {
-            parser.Parse(text);
-        } catch (const std::invalid_argument&) {
-        } catch (const std::out_of_range&) {
-        }
-    }
 }
 
 // A guide the module will not hold: over the byte bound, or over the piece bound once flattened (a
 // curve is many pieces). Just within both, it loads as written.
 TEST(svg_test, guides_past_the_size_or_piece_bounds_load_as_the_straight_line) {
     ScratchDataHome home;
-    auto lines = [](std::size_t count) {
+    auto path = [](std::size_t count, const std::string& piece) {
         std::string data = "M 0 0";
         for (std::size_t i = 0; i < count; ++i)
-            data += i % 2 ? " l 1 -1" : " l 1 1";
+            data += piece;
         return Svg("d=\"" + data + "\"");
     };
-    const std::string padded = lines(1) + std::string(PathParser::kMaxGuideBytes, ' ');
-    std::string curves = "M 0 0";  // few commands, many pieces
-    for (std::size_t i = 0; i < PathParser::kMaxGuidePieces / 2; ++i)
-        curves += " c 0 900 900 900 900 0";
+    const std::size_t most = PathParser::kMaxGuidePieces;  // a curve flattens into many pieces
     for (const auto& [name, text, loaded] : {
-             std::tuple{"at_the_bounds", lines(PathParser::kMaxGuidePieces), true},
-             std::tuple{"too_many_pieces", lines(PathParser::kMaxGuidePieces + 1), false},
-             std::tuple{"too_large", padded.substr(0, PathParser::kMaxGuideBytes + 1), false},
-             std::tuple{"curves_of_too_many_pieces", Svg("d=\"" + curves + "\""), false},
+             std::tuple{"at_the_bounds", path(most, " l 1 1"), true},
+             std::tuple{"too_many_pieces", path(most + 1, " l 1 1"), false},
+             std::tuple{"too_large", path(1, " l 1 1") + std::string(PathParser::kMaxGuideBytes, ' '), false},
+             std::tuple{"curves_of_too_many_pieces", path(most / 2, " c 0 900 900 900 900 0"), false},
          }) {
         SCOPED_TRACE(name);
         home.WriteGuide(name, text);

@@ -35,17 +35,4 @@ TEST(simhost_test, bad_resource_files_are_refused_with_their_line) {
     }
 }
 
-TEST(simhost_test, text_converts_between_utf8_and_utf16) {
-    const std::string utf8 = "a\xC4\xA7\xDF\xBF\xE6\xBC\xAB\xF0\x9F\x98\x80";
-    const std::u16string utf16 = u"a\u0127\u07FF\u6F2B\U0001F600";
-    EXPECT_EQ(Utf8ToUtf16Text(utf8), utf16);
-    EXPECT_EQ(Utf16ToUtf8Text(utf16), utf8);
-    EXPECT_EQ(Utf8ToUtf16Text("x\xFFy\xC3"), u"x\uFFFDy\uFFFD");
-    EXPECT_EQ(Utf8ToUtf16Text("\xC0\xAF"), u"\uFFFD\uFFFD");            // overlong
-    EXPECT_EQ(Utf8ToUtf16Text("\xED\xA0\x80"), u"\uFFFD\uFFFD\uFFFD");  // encoded surrogate
-    // A low surrogate after the last code point below the high ones stands alone.
-    EXPECT_EQ(Utf16ToUtf8Text(std::u16string{char16_t(0xD7FF), char16_t(0xDC00)}),
-              "\xED\x9F\xBF\xEF\xBF\xBD");
-}
-
 }  // namespace

@@ -45,8 +45,9 @@ MoveEffectIniReadFlag GarbageFlags() {
 
 // Items in the preset folder: a save leaves nothing there but the preset.
 long PresetFolderItems(const ScratchDataHome& home) {
-    const auto folder = brivane_test::Utf8Path(home.root() + "/quorvel/brivane/preset");
-    return static_cast<long>(std::distance(std::filesystem::directory_iterator(folder), {}));
+    return std::distance(
+        std::filesystem::directory_iterator(brivane_test::Utf8Path(home.root() + "/quorvel/brivane/preset")),
+        {});
 }
 
 bool SameBytes(const MoveEffectIniParam& a, const MoveEffectIniParam& b) {

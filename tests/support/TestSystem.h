@@ -34,22 +34,17 @@ inline std::filesystem::path MakeScratchFolder(const std::string& prefix) {
 // Sets an environment variable of this process, or removes it when value is null.
 void SetEnv(const char* name, const char* value);
 
-// For the life of the object no file this process writes grows past `bytes`: the write that would
-// fails, as on a full disk. active() is false where the system has no such limit (Windows); the caller
-// then skips.
+// For the life of the object no file this process writes grows past `bytes`, as on a full disk.
+// active() is false where the system has no such limit (Windows); the caller then skips.
 class FileSizeLimit {
 public:
     explicit FileSizeLimit(unsigned long long bytes);
     ~FileSizeLimit();
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
     bool active() const { return active_; }
 
 private:
     bool active_ = false;
-    unsigned long long old_[2] = {};  // the limits before: soft, hard
-    void (*oldHandler_)(int) = nullptr;
+    unsigned long long old_ = 0;  // the soft limit before
 };
 
 // For the life of the object the plug-in's data home is empty and the test's: `scratch` on Linux

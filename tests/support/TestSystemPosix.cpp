@@ -23,23 +23,21 @@ DataHomeOverride::~DataHomeOverride() {
     SetEnv("XDG_DATA_HOME", hadOld_ ? old_.c_str() : nullptr);
 }
 
-// Past the limit a write fails with EFBIG once SIGXFSZ, which would end the process, is ignored.
+// Past the limit a write fails with EFBIG; SIGXFSZ, which would end the process, stays ignored.
 FileSizeLimit::FileSizeLimit(unsigned long long bytes) {
     rlimit limit;
+    signal(SIGXFSZ, SIG_IGN);
     if (getrlimit(RLIMIT_FSIZE, &limit) != 0) return;
-    old_[0] = limit.rlim_cur;
-    old_[1] = limit.rlim_max;
-    oldHandler_ = signal(SIGXFSZ, SIG_IGN);
+    old_ = limit.rlim_cur;
     limit.rlim_cur = bytes;
     active_ = setrlimit(RLIMIT_FSIZE, &limit) == 0;
-    if (!active_) signal(SIGXFSZ, oldHandler_);
 }
 
 FileSizeLimit::~FileSizeLimit() {
-    if (!active_) return;
-    const rlimit limit{static_cast<rlim_t>(old_[0]), static_cast<rlim_t>(old_[1])};
+    rlimit limit;
+    if (!active_ || getrlimit(RLIMIT_FSIZE, &limit) != 0) return;
+    limit.rlim_cur = static_cast<rlim_t>(old_);
     setrlimit(RLIMIT_FSIZE, &limit);
-    signal(SIGXFSZ, oldHandler_);
 }
 
 }  // namespace brivane_test

@@ -96,8 +96,7 @@ TEST(thread_pool_test, single_threaded_passes_run_in_queue_order_on_the_caller_a
 }
 
 // Runs until its pass is cancelled, as a long stroke that polls does.
-class PollingTask : public ThreadPoolTask {
-public:
+struct PollingTask : ThreadPoolTask {
     void Run() override {
         while (!IsCancelled())
             std::this_thread::yield();
@@ -114,10 +113,8 @@ TEST(thread_pool_test, a_zero_answer_drops_the_unstarted_tasks_of_a_large_pass_a
     pool.SetProgressCallback(&ProgressLog::Callback, &log);
     pool.Run();  // returns only once the polling task has seen the stop
     EXPECT_EQ(first[0]->Runs(), 1);
-    for (const auto& task : rest) {
-        EXPECT_EQ(task->Runs(), 0);
-        EXPECT_TRUE(task->IsCancelled());
-    }
+    for (const auto& task : rest)
+        ASSERT_TRUE(task->Runs() == 0 && task->IsCancelled());
     EXPECT_EQ(log.reports, (std::vector<std::pair<int, int>>{{100002, 1}}));
     pool.Cancel();  // between passes: nothing to do
     pool.Run();
