@@ -126,7 +126,7 @@ TEST(walk_test, walks_open_looping_and_empty_paths_as_each_behaviour_requires) {
         // The point lands at the old distance less the step while the distance grows by the step.
         {"moves_forward_on_the_backward_extension_behind_the_start", MakeOpenCorner,
          {{'p', 20, kAny}, {'n', 5, {-25, 0}, -15, 0}}},
-        {"passes_over_zero_length_pieces", zeroPiece, {{'n', 15, {15, 0}}, {'p', 12, {3, 0}}}},
+        {"passes_over_zero_length_pieces", zeroPiece, {{'n', 15, {15, 0}}, {'p', 12, {3, 0}}, {'n', 22, {30, 0}}}},
         // The distance still runs out on an empty path, so a walker waiting for the end gets there.
         {"walks_an_empty_path_without_moving", empty(false), {{'n', 5, {0, 0}, 5, 1}, {'p', 20, {0, 0}, -15}}},
         {"walks_an_empty_looping_path_without_moving", empty(true), {{'n', 5, {0, 0}, kNaN, 1}}},
