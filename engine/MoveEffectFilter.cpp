@@ -14,6 +14,7 @@
 
 #include "bridge/PlatformBridge.h"
 #include "engine/PathTask.h"
+#include "guide/PortableMath.h"
 
 namespace {
 
@@ -191,13 +192,13 @@ CircleTarget* MoveEffectFilter::CreateCircleParam(const PointTarget* points, Cir
     circle->cy = static_cast<int32_t>((static_cast<int64_t>(p.y1) + p.y2) / 2);
     const double cx = circle->cx;
     const double cy = circle->cy;
-    circle->radiusX = std::hypot(p.x1 - cx, p.y1 - cy);
-    circle->angle = std::atan2(static_cast<double>(p.y2) - p.y1, static_cast<double>(p.x2) - p.x1);
+    circle->radiusX = portable::Hypot(p.x1 - cx, p.y1 - cy);
+    circle->angle = portable::Atan2(static_cast<double>(p.y2) - p.y1, static_cast<double>(p.x2) - p.x1);
 
     const double px = p.x3 - cx;
     const double py = p.y3 - cy;
-    const double c = std::cos(circle->angle);
-    const double s = std::sin(circle->angle);
+    const double c = portable::Cos(circle->angle);
+    const double s = portable::Sin(circle->angle);
     const double along = c * px + s * py;
     const double across = c * py - s * px;
     // The ellipse through p3 exists only while p3 lies between the ends of the major axis; at or
@@ -205,7 +206,7 @@ CircleTarget* MoveEffectFilter::CreateCircleParam(const PointTarget* points, Cir
     const double rx2 = circle->radiusX * circle->radiusX;
     const double k = rx2 > 0 ? 1.0 - along * along / rx2 : 0.0;
     circle->radiusY = k > 0 ? std::sqrt(across * across / k) : circle->radiusX;
-    circle->startAngle = std::atan2(py, px);
+    circle->startAngle = portable::Atan2(py, px);
     return circle;
 }
 

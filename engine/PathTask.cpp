@@ -6,6 +6,7 @@
 #include "engine/MoveEffectFilter.h"
 #include "engine/Random.h"
 #include "engine/StrokeRaster.h"
+#include "guide/PortableMath.h"
 
 namespace {
 
@@ -43,7 +44,8 @@ double WalkStep(const PathPoint& point, double width, double height, double left
     // Pixels are found by truncation toward zero, so ink may lie anywhere in (-1, width) x (-1, height).
     const double dx = std::max({-1 - point.x, point.x - width, 0.0});
     const double dy = std::max({-1 - point.y, point.y - height, 0.0});
-    const double away = std::hypot(dx, dy);
+    if (dx == 0 && dy == 0) return 1.0;  // on the image, as nearly every step is
+    const double away = portable::Hypot(dx, dy);
     if (!(away > kFarOffImage)) return 1.0;
     return std::max(1.0, std::min(std::floor(away) - 1, std::ceil(left)));
 }
@@ -219,7 +221,7 @@ void PathTask::AppendLinePair(std::vector<DistData>& lines, const PathPoint& at,
         if ((param.type == 0 || param.type == 1) && total >= 1) {
             gain = param.lengain * (distance / total);
         } else if (param.type == 2 && m_circle != nullptr) {
-            gain = param.lengain * std::hypot(at.x - m_circle->cx, at.y - m_circle->cy) / 50;
+            gain = param.lengain * portable::Hypot(at.x - m_circle->cx, at.y - m_circle->cy) / 50;
         }
     }
     half += gain;

@@ -11,6 +11,7 @@
 #include "engine/PathTask.h"
 #include "engine/Random.h"
 #include "engine/StrokeRaster.h"
+#include "guide/PortableMath.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ bool MeasureGuide(const PathParser& guide, double scale, double curvature, Place
                 out.bounded = false;
                 continue;
             }
-            if (havePrevious) walk += std::hypot(u - previousU, v - previousV);
+            if (havePrevious) walk += portable::Hypot(u - previousU, v - previousV);
             previousU = u, previousV = v, havePrevious = true;
             out.minU = std::min(out.minU, u), out.maxU = std::max(out.maxU, u);
             out.minV = std::min(out.minV, v), out.maxV = std::max(out.maxV, v);
@@ -71,8 +72,8 @@ bool MeasureGuide(const PathParser& guide, double scale, double curvature, Place
 // Places the guide at base, turned by angle, and tells whether that path can meet the canvas.
 bool PlaceOnCanvas(PlacedGuide& guide, double angle, const PathPoint& base, double width, double height) {
     GuidePlacement& place = guide.placement;
-    place.cosAngle = std::cos(angle);
-    place.sinAngle = std::sin(angle);
+    place.cosAngle = portable::Cos(angle);
+    place.sinAngle = portable::Sin(angle);
     place.base = base;
     if (!guide.bounded) return true;
     double minX = HUGE_VAL, maxX = -HUGE_VAL, minY = HUGE_VAL, maxY = -HUGE_VAL;
@@ -101,7 +102,7 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
     if (PathParser::Dist(centre, near) > PathParser::Dist(centre, far)) std::swap(near, far);
     const double nearRadius = PathParser::Dist(centre, near);
     const double farRadius = PathParser::Dist(centre, far);
-    const double firstAngle = std::atan2(far.y - centre.y, far.x - centre.x);
+    const double firstAngle = portable::Atan2(far.y - centre.y, far.x - centre.x);
     // spacing is in thousandths of a right angle.
     const double step = m_param.spacing * 90.0 / 1000.0 * std::numbers::pi / 180.0;
     if (!(step > 0)) return;
@@ -113,8 +114,8 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
         if (IsCancelled()) break;
         double angle = a;
         if (m_param.spcfluct != 0) angle = a + (0.5 - random.Uniform() * m_param.spcfluct) * step;
-        const PathPoint base{centre.x + nearRadius * std::cos(angle),
-                             centre.y + nearRadius * std::sin(angle)};
+        const PathPoint base{centre.x + nearRadius * portable::Cos(angle),
+                             centre.y + nearRadius * portable::Sin(angle)};
         // Spokes that cannot reach the canvas are not made at all.
         if (!PlaceOnCanvas(guide, angle, base, m_width, m_height)) continue;
         auto task = std::make_shared<PathTask>(this, nullptr);
@@ -130,7 +131,7 @@ void MoveEffectFilter::CreateParallelPathTasks() {
     const PathPoint origin{static_cast<double>(target.x1), static_cast<double>(target.y1)};
     const PathPoint end{static_cast<double>(target.x2), static_cast<double>(target.y2)};
     const PathPoint across{static_cast<double>(target.x3), static_cast<double>(target.y3)};
-    const double angle = std::atan2(end.y - origin.y, end.x - origin.x);
+    const double angle = portable::Atan2(end.y - origin.y, end.x - origin.x);
     const double scale = PathParser::Dist(origin, end) / m_guide->GetWidth();
     const double span = PathParser::Dist(origin, across);
     if (std::isnan(span) || m_param.spacing < 1) return;

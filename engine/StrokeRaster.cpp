@@ -16,6 +16,7 @@
 #endif
 
 #include "engine/MoveEffectFilter.h"
+#include "guide/PortableMath.h"
 
 namespace {
 
@@ -649,9 +650,9 @@ int RadiusStep(double radius, double& stepRadius) {
         stepRadius = i * kFineStep;
         return i;
     }
-    const double k = std::ceil(std::log(radius / kFineLimit) / std::log1p(kRelativeStep));
+    const double k = std::ceil(portable::Log(radius / kFineLimit) / portable::Log(1 + kRelativeStep));
     int i = kFineSteps + static_cast<int>(k);
-    stepRadius = kFineLimit * std::pow(1 + kRelativeStep, k);
+    stepRadius = kFineLimit * portable::Pow(1 + kRelativeStep, k);
     if (stepRadius < radius) {
         ++i;
         stepRadius *= 1 + kRelativeStep;
@@ -677,7 +678,7 @@ DiscProfile::DiscProfile(double hardness)
     for (int i = 0; i <= kTableSize; ++i) {
         const double rho = std::sqrt(h2 + (1.0 - h2) * i / kTableSize);
         const double u = band > 0 ? (rho - hardness) / band : 1.0;
-        m_table[i] = static_cast<float>(u >= 1 ? 0.0 : std::pow(1 - u, m_exponent));
+        m_table[i] = static_cast<float>(u >= 1 ? 0.0 : portable::Pow(1 - u, m_exponent));
     }
     m_table[0] = 1.0f;
     m_table[kTableSize] = 0.0f;
@@ -750,7 +751,7 @@ double DiscProfile::ChordBound(double distance, double radius) const {
             const double at = ((s / radius) * (s / radius) - h2) * scale;
             return static_cast<double>(LookUp(at < 0 ? 0 : (at > kTableSize ? kTableSize : at)));
         }
-        return std::pow(1 - (s - inner) / band, m_exponent);
+        return portable::Pow(1 - (s - inner) / band, m_exponent);
     };
     return 0.5 * (extended(distance - kSampleReach) + extended(distance + kSampleReach));
 }

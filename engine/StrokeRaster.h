@@ -36,6 +36,8 @@
 #include <memory>
 #include <vector>
 
+#include "guide/PortableMath.h"
+
 class MoveEffectFilter;
 
 // The rim profile of one hardness, tabulated over the squared normalised distance (s / r)^2 so that a
@@ -207,7 +209,7 @@ void ForEachLineDisc(double ax, double ay, double pa, double bx, double by, doub
                      Emit&& emit) {
     const double vx = bx - ax;
     const double vy = by - ay;
-    const double len = std::hypot(vx, vy);
+    const double len = portable::Hypot(vx, vy);
     // Zero and NaN lengths draw nothing; an infinite one would never end.
     if (!(len > 0) || len > kLongestDiscLine) return;
     const double ux = vx / len;

@@ -1,4 +1,5 @@
 #include "guide/PathParser.h"
+#include "guide/PortableMath.h"
 
 #include <algorithm>
 #include <cmath>
@@ -128,7 +129,7 @@ void PathParser::AppendCubicBezier(const PathPoint& control1, const PathPoint& c
 }
 
 double PathParser::Dist(const PathPoint& a, const PathPoint& b) {
-    return std::hypot(b.x - a.x, b.y - a.y);
+    return portable::Hypot(b.x - a.x, b.y - a.y);
 }
 
 double PathParser::LineDistance(const PathPoint& p, const PathPoint& a, const PathPoint& b) {
