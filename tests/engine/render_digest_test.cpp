@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <string>
 
@@ -24,12 +23,11 @@ namespace {
 // black ink on transparency, 640 x 480.
 PngImage DigestPage() {
     PngImage page{640, 480, 4, 8, std::vector<uint8_t>(640 * 480 * 4, 0)};
-    for (int y = 0; y < 480; ++y) {
-        for (int x = 0; x < 640; ++x) {
-            const bool ink = (x - 320) * (x - 320) + (y - 240) * (y - 240) <= 90 * 90 ||
-                             (x + 2 * y) % 61 < 4 || (y >= 380 && y < 392);
-            page.pixels[(y * 640 + x) * 4 + 3] = ink ? 255 : 0;
-        }
+    for (int i = 0; i < 640 * 480; ++i) {
+        const int x = i % 640, y = i / 640;
+        const bool ink = (x - 320) * (x - 320) + (y - 240) * (y - 240) <= 90 * 90 || (x + 2 * y) % 61 < 4 ||
+                         (y >= 380 && y < 392);
+        page.pixels[i * 4 + 3] = ink ? 255 : 0;
     }
     return page;
 }
@@ -70,11 +68,9 @@ TEST(render_digest_test, every_case_draws_the_bytes_of_the_shared_table) {
         ASSERT_TRUE(
             RenderEffectLayer(ToEffectParam(options.settings), target, guide, page, Rgb{}, nullptr, layer));
         EXPECT_EQ(Digest(layer.pixels), expected) << name;
-        if (dump) {
-            std::ofstream(std::string(dump) + "/" + name + ".rgba", std::ios::binary)
-                .write(reinterpret_cast<const char*>(layer.pixels.data()),
-                       static_cast<std::streamsize>(layer.pixels.size()));
-        }
+        if (dump)
+            WriteAllText(std::string(dump) + "/" + name + ".rgba",
+                         {layer.pixels.begin(), layer.pixels.end()});
         ++cases;
     }
     EXPECT_EQ(cases, 4);

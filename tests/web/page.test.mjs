@@ -53,32 +53,16 @@ test('renders the same layer as brivane-render with the preset it saves', async 
   const theirs = decodePng(readFileSync(reference));
   assert.deepEqual([mine.width, mine.height], [theirs.width, theirs.height]);
   assert.ok(mine.pixels.some((v, i) => i % 4 === 3 && v > 0), 'the layer has lines');
-  let differing = 0;
-  let largest = 0;
-  for (let i = 0; i < mine.pixels.length; ++i) {
-    const d = Math.abs(mine.pixels[i] - theirs.pixels[i]);
-    if (d) ++differing, (largest = Math.max(largest, d));
-  }
-  console.log(`layer vs brivane-render: ${differing} of ${mine.pixels.length} bytes differ, by at most ${largest}`);
-  assert.equal(differing, 0, `${differing} bytes differ (largest ${largest})`);
-
-  const stats = await page.evaluate(() => window.brivane.stats);
-  const sorted = [...stats.previewMs].sort((a, b) => a - b);
-  console.log(`preview latency while dragging (${sorted.length} previews, 1200 x 850): median ` +
-    `${sorted[sorted.length >> 1].toFixed(0)} ms; full render ${stats.renderMs.toFixed(0)} ms`);
+  const differing = mine.pixels.filter((v, i) => v !== theirs.pixels[i]).length;
+  assert.equal(differing, 0, `${differing} of ${mine.pixels.length} bytes differ from brivane-render`);
 });
 
 // The page of the shared digest cases, made as tests/engine/render_digest_test.cpp makes it.
-function digestPage() {
-  const pixels = new Uint8Array(640 * 480 * 4);
-  for (let y = 0; y < 480; ++y) {
-    for (let x = 0; x < 640; ++x) {
-      const ink = (x - 320) ** 2 + (y - 240) ** 2 <= 90 * 90 || (x + 2 * y) % 61 < 4 || (y >= 380 && y < 392);
-      pixels[(y * 640 + x) * 4 + 3] = ink ? 255 : 0;
-    }
-  }
-  return pixels;
-}
+const digestPage = () => new Uint8Array(640 * 480 * 4).map((_, i) => {
+  const [x, y] = [(i >> 2) % 640, Math.floor(i / 2560)];
+  const ink = (x - 320) ** 2 + (y - 240) ** 2 <= 90 * 90 || (x + 2 * y) % 61 < 4 || (y >= 380 && y < 392);
+  return i % 4 === 3 && ink ? 255 : 0;
+});
 
 const fnv1a = (bytes) => bytes.reduce((hash, byte) => BigInt.asUintN(64, (hash ^ BigInt(byte)) * 0x100000001b3n),
   0xcbf29ce484222325n).toString(16).padStart(16, '0');
