@@ -72,8 +72,9 @@ test-fast: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	@echo "Foundation bridge on GNUstep: $$(cd $(BUILD) && ctest -N -R '^gnustep[.]' | sed -n 's/Total Tests: //p') contract cases run above"
 
-# The Windows module, the simulated host's library and the bridge, storage, host and controller suites,
-# cross-built with MinGW-w64 and run headless under Wine with a prefix inside the build folder.
+# The Windows module, the simulated host's library, the bridge, storage, host and controller suites and
+# the render digests, cross-built with MinGW-w64 and run headless under Wine with a prefix inside the
+# build folder.
 test-windows: deps
 	cmake -S . -B $(WIN_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release \
 	      -DBRIVANE_WERROR=$(WERROR) -DBRIVANE_BUILD_BENCH=OFF
