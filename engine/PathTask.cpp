@@ -44,7 +44,8 @@ double WalkStep(const PathPoint& point, double width, double height, double left
     // Pixels are found by truncation toward zero, so ink may lie anywhere in (-1, width) x (-1, height).
     const double dx = std::max({-1 - point.x, point.x - width, 0.0});
     const double dy = std::max({-1 - point.y, point.y - height, 0.0});
-    if (dx == 0 && dy == 0) return 1.0;  // on the image, as nearly every step is
+    // On the image or near it, as nearly every step is: the distance is at most dx + dy.
+    if (!(dx + dy > kFarOffImage)) return 1.0;
     const double away = portable::Hypot(dx, dy);
     if (!(away > kFarOffImage)) return 1.0;
     return std::max(1.0, std::min(std::floor(away) - 1, std::ceil(left)));

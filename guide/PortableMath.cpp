@@ -55,6 +55,15 @@ void TwoProduct(double a, double b, double& p, double& e) {
     e = ((ah * bh - p) + ah * bl + al * bh) + al * bl;
 }
 
+// a * a = p + e exactly: TwoProduct with one split.
+void TwoSquare(double a, double& p, double& e) {
+    constexpr double kSplit = 0x1p27 + 1;
+    const double c = kSplit * a;
+    const double ah = c - (c - a), al = a - ah;
+    p = a * a;
+    e = ((ah * ah - p) + 2.0 * ah * al) + al * al;
+}
+
 // --- sine and cosine --------------------------------------------------------------------------------
 
 // pi/2 in three pieces of 33 bits, each with the rest of pi/2 after it: n * piece is exact for the
@@ -261,7 +270,7 @@ void LogSplit(double x, double& high, double& low) {
     const double f = m - 1.0;
     // log(1 + f) = f - f^2/2 + s (f^2/2 + R), s = f / (2 + f), R a polynomial in s^2.
     double square, squareError;
-    TwoProduct(f, f, square, squareError);
+    TwoSquare(f, square, squareError);
     const double hfsq = 0.5 * square;
     const double s = f / (2.0 + f);
     const double z = s * s;
@@ -403,9 +412,9 @@ double Hypot(double x, double y) {
     double h = std::sqrt(x * x + y * y);
     // One Newton step on the exact residual x^2 + y^2 - h^2.
     double xx, xe, yy, ye, hh, he;
-    TwoProduct(x, x, xx, xe);
-    TwoProduct(y, y, yy, ye);
-    TwoProduct(h, h, hh, he);
+    TwoSquare(x, xx, xe);
+    TwoSquare(y, yy, ye);
+    TwoSquare(h, hh, he);
     return h + (((xx - hh) + yy) + ((xe + ye) - he)) / (2.0 * h);
 }
 
