@@ -41,8 +41,7 @@ bool MoveEffectFilter::RingMayShow(const PathParser& guide, const PathPoint& cen
     constexpr double kMargin = 2;
     const double a = std::abs(radiusX) + wobble + kMargin;
     const double b = std::abs(radiusY) + wobble + kMargin;
-    const double c = portable::Cos(angle);
-    const double s = portable::Sin(angle);
+    const auto [s, c] = portable::SinCos(angle);
     const double halfWidth = portable::Hypot(a * c, b * s);
     const double halfHeight = portable::Hypot(a * s, b * c);
     return centre.x + halfWidth >= 0 && centre.x - halfWidth <= m_width && centre.y + halfHeight >= 0 &&
@@ -140,16 +139,14 @@ bool PathTask::AppendRing() {
     const bool walk = !guide.GetLines().empty();
     const double y0 = cursor.point.y;
     const double step = guide.GetTotalLength() / n;
-    const double ca = portable::Cos(ring.angle);
-    const double sa = portable::Sin(ring.angle);
+    const auto [sa, ca] = portable::SinCos(ring.angle);
     // The vertices go straight into pieces: a ring never holds its commands.
     m_path.BeginPieces(m_param->type == 2);
     for (int i = 0; i <= n; ++i) {
         if (i % 4096 == 4095 && (IsCancelled() || !m_filter->SpendSteps(4096))) return false;
         const double psi = i * 2 * std::numbers::pi / n + ring.startAngle;
         const double d = (cursor.point.y - y0) * ring.curvature;
-        double sine, cosine;
-        portable::SinCos(psi, sine, cosine);
+        const auto [sine, cosine] = portable::SinCos(psi);
         const PathPoint local = Rotate((ring.radiusX + d) * cosine, (ring.radiusY + d) * sine, ca, sa);
         const PathPoint vertex{ring.centre.x + local.x, ring.centre.y + local.y};
         m_path.AddPieces(i == 0 ? PathSegment::kMoveTo : PathSegment::kLineTo, &vertex, 1);
@@ -162,8 +159,7 @@ bool PathTask::AppendRing() {
 
 bool MoveEffectFilter::IsEllipseIn(const PathPoint& centre, double radiusX, double radiusY,
                                    double angle) const {
-    const double c = portable::Cos(angle);
-    const double s = portable::Sin(angle);
+    const auto [s, c] = portable::SinCos(angle);
     const PathPoint ends[4] = {Rotate(radiusX, 0, c, s), Rotate(-radiusX, 0, c, s), Rotate(0, radiusY, c, s),
                                Rotate(0, -radiusY, c, s)};
     const double width = m_width;
@@ -197,8 +193,7 @@ bool MoveEffectFilter::IsEllipseIn(const PathPoint& centre, double radiusX, doub
 bool MoveEffectFilter::LineIntersectsEllipse(const PathPoint& a, const PathPoint& b, const PathPoint& centre,
                                              double radiusX, double radiusY, double angle) const {
     // Both ends in the ellipse's own frame.
-    const double c = portable::Cos(angle);
-    const double s = portable::Sin(angle);
+    const auto [s, c] = portable::SinCos(angle);
     const PathPoint p = Rotate(a.x - centre.x, a.y - centre.y, c, -s);
     const PathPoint q = Rotate(b.x - centre.x, b.y - centre.y, c, -s);
     const double dx = q.x - p.x;

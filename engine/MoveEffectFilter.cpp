@@ -197,8 +197,7 @@ CircleTarget* MoveEffectFilter::CreateCircleParam(const PointTarget* points, Cir
 
     const double px = p.x3 - cx;
     const double py = p.y3 - cy;
-    const double c = portable::Cos(circle->angle);
-    const double s = portable::Sin(circle->angle);
+    const auto [s, c] = portable::SinCos(circle->angle);
     const double along = c * px + s * py;
     const double across = c * py - s * px;
     // The ellipse through p3 exists only while p3 lies between the ends of the major axis; at or

@@ -72,8 +72,9 @@ bool MeasureGuide(const PathParser& guide, double scale, double curvature, Place
 // Places the guide at base, turned by angle, and tells whether that path can meet the canvas.
 bool PlaceOnCanvas(PlacedGuide& guide, double angle, const PathPoint& base, double width, double height) {
     GuidePlacement& place = guide.placement;
-    place.cosAngle = portable::Cos(angle);
-    place.sinAngle = portable::Sin(angle);
+    const auto [sine, cosine] = portable::SinCos(angle);
+    place.cosAngle = cosine;
+    place.sinAngle = sine;
     place.base = base;
     if (!guide.bounded) return true;
     double minX = HUGE_VAL, maxX = -HUGE_VAL, minY = HUGE_VAL, maxY = -HUGE_VAL;
@@ -114,8 +115,8 @@ void MoveEffectFilter::CreateRadiatePathTasks() {
         if (IsCancelled()) break;
         double angle = a;
         if (m_param.spcfluct != 0) angle = a + (0.5 - random.Uniform() * m_param.spcfluct) * step;
-        const PathPoint base{centre.x + nearRadius * portable::Cos(angle),
-                             centre.y + nearRadius * portable::Sin(angle)};
+        const auto [sine, cosine] = portable::SinCos(angle);
+        const PathPoint base{centre.x + nearRadius * cosine, centre.y + nearRadius * sine};
         // Spokes that cannot reach the canvas are not made at all.
         if (!PlaceOnCanvas(guide, angle, base, m_width, m_height)) continue;
         auto task = std::make_shared<PathTask>(this, nullptr);

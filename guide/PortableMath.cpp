@@ -313,40 +313,21 @@ double ExpSplit(double x, double xl) {
 
 }  // namespace
 
-void SinCos(double x, double& sine, double& cosine) {
-    if (!std::isfinite(x)) {
-        sine = cosine = kNaN;
-        return;
-    }
+SineCosine SinCos(double x) {
+    if (!std::isfinite(x)) return {kNaN, kNaN};
     double r, tail, s, c;
     const int quadrant = ReduceByHalfPi(x, r, tail);
     SinCosNear(r, tail, s, c);
     switch (quadrant) {
         case 0:
-            sine = s, cosine = c;
-            break;
+            return {s, c};
         case 1:
-            sine = c, cosine = -s;
-            break;
+            return {c, -s};
         case 2:
-            sine = -s, cosine = -c;
-            break;
+            return {-s, -c};
         default:
-            sine = -c, cosine = s;
-            break;
+            return {-c, s};
     }
-}
-
-double Sin(double x) {
-    double sine, cosine;
-    SinCos(x, sine, cosine);
-    return sine;
-}
-
-double Cos(double x) {
-    double sine, cosine;
-    SinCos(x, sine, cosine);
-    return cosine;
 }
 
 double Atan2(double y, double x) {

@@ -1,7 +1,7 @@
 // PortableMath: the transcendental functions the engine and the guide code draw with, the same to the
 // last bit on every system.
 //
-//   const double c = portable::Cos(angle), s = portable::Sin(angle);
+//   const auto [sine, cosine] = portable::SinCos(angle);
 //   const double away = portable::Hypot(dx, dy);
 //
 // Each system's C library rounds sin, cos, atan2, pow and log its own way in the last place, and a
@@ -15,13 +15,15 @@
 
 namespace portable {
 
+// sin x and cos x, which every caller wants together: const auto [s, c] = portable::SinCos(angle).
 // Within 0.51 ulp, nearly always the correctly rounded result, for |x| < 2^19 pi/2. Beyond that the
 // argument is first taken modulo the double nearest 2 pi: still the same on every system, but no
 // longer near the true sine.
-double Sin(double x);
-double Cos(double x);
-// Both at once, sharing the argument reduction.
-void SinCos(double x, double& sine, double& cosine);
+struct SineCosine {
+    double sine;
+    double cosine;
+};
+SineCosine SinCos(double x);
 
 // Within 0.75 ulp; signed zeros, infinities and NaN as C99 gives them.
 double Atan2(double y, double x);
