@@ -641,6 +641,7 @@ constexpr double kFineLimit = 0.125;
 constexpr double kFineStep = 1.0 / 64;
 constexpr int kFineSteps = 8;
 constexpr double kRelativeStep = 1.0 / 512;
+const double kLogStepRatio = portable::Log(1 + kRelativeStep);  // for every soft disc: worked out once
 // Beyond this radius no thresholds are kept: rims are sampled wherever they are not yet 255.
 constexpr double kLargestBoundedRadius = 4096;
 
@@ -650,7 +651,7 @@ int RadiusStep(double radius, double& stepRadius) {
         stepRadius = i * kFineStep;
         return i;
     }
-    const double k = std::ceil(portable::Log(radius / kFineLimit) / portable::Log(1 + kRelativeStep));
+    const double k = std::ceil(portable::Log(radius / kFineLimit) / kLogStepRatio);
     int i = kFineSteps + static_cast<int>(k);
     stepRadius = kFineLimit * portable::Pow(1 + kRelativeStep, k);
     if (stepRadius < radius) {
