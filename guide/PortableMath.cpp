@@ -281,12 +281,9 @@ void LogSplit(double x, double& high, double& low) {
     const double t = f - hfsq;
     const double rest = ((f - t) - hfsq) - 0.5 * squareError + (s * (hfsq + R) + dk * kLn2Low);
     // a + t + rest, with the rounding of the first sum kept in the low part.
-    high = a + t;
-    const double lost = (std::fabs(a) >= std::fabs(t)) ? (a - high) + t : (t - high) + a;
-    low = lost + rest;
-    const double sum = high + low;
-    low -= sum - high;
-    high = sum;
+    double lost;
+    TwoSum(a, t, high, lost);
+    FastTwoSum(high, lost + rest, high, low);
 }
 
 // exp(x + xl), |xl| tiny beside x.
@@ -426,11 +423,10 @@ double Pow(double x, double y) {
     // otherwise round away.
     const double z = y * high;
     if (!(std::fabs(z) < 1000)) return z > 0 ? kInf : 0.0;
-    double product, error;
+    double product, error, sum, rest;
     TwoProduct(y, high, product, error);
-    const double zl = error + y * low;
-    const double sum = product + zl;
-    return ExpSplit(sum, zl - (sum - product));
+    FastTwoSum(product, error + y * low, sum, rest);
+    return ExpSplit(sum, rest);
 }
 
 }  // namespace portable
