@@ -1,8 +1,7 @@
-// The deterministic renders that every build must draw to the byte. One table of digests
-// (tests/data/digest/digests.txt) is checked here, by the Windows build of this suite under Wine, and by
-// the page's browser test; a change that moves a pixel on purpose updates the table once.
-//
-//   BRIVANE_DIGEST_DUMP=folder  also writes each case's layer there, raw, for counting what differs
+// The deterministic renders every build must draw to the byte: one table of digests (tests/data/digest/
+// digests.txt), checked here, by this suite's Windows build under Wine and by the page's browser test. A
+// change that moves a pixel on purpose updates the table once. BRIVANE_DIGEST_DUMP=folder also writes each
+// case's layer there, raw, for counting what differs.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -19,8 +18,7 @@ using namespace brivane::tools;
 
 namespace {
 
-// The page the cases draw on, made the same way by the browser test: a disc, hatching and a band of
-// black ink on transparency, 640 x 480.
+// The page the cases draw on (the browser test makes the same): disc, hatching and band of ink, 640 x 480.
 PngImage DigestPage() {
     PngImage page{640, 480, 4, 8, std::vector<uint8_t>(640 * 480 * 4, 0)};
     for (int i = 0; i < 640 * 480; ++i) {
@@ -68,9 +66,7 @@ TEST(render_digest_test, every_case_draws_the_bytes_of_the_shared_table) {
         ASSERT_TRUE(
             RenderEffectLayer(ToEffectParam(options.settings), target, guide, page, Rgb{}, nullptr, layer));
         EXPECT_EQ(Digest(layer.pixels), expected) << name;
-        if (dump)
-            WriteAllText(std::string(dump) + "/" + name + ".rgba",
-                         {layer.pixels.begin(), layer.pixels.end()});
+        if (dump) WriteAllText(dump + ("/" + name + ".rgba"), {layer.pixels.begin(), layer.pixels.end()});
         ++cases;
     }
     EXPECT_EQ(cases, 4);

@@ -13,15 +13,13 @@ namespace {
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// The same double, sign of zero included, or both NaN.
-bool Same(double a, double b) {
-    return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b) || (a != a && b != b);
-}
-
 // |got - exact| in units of the last place of the double nearest exact (long double carries 11 more bits).
 double UlpError(double got, long double exact) {
     const double nearest = static_cast<double>(exact);
-    if (Same(got, nearest)) return 0;
+    // No error for the same double (sign of zero included) or for NaN beside NaN.
+    if (std::bit_cast<uint64_t>(got) == std::bit_cast<uint64_t>(nearest) ||
+        (got != got && nearest != nearest))
+        return 0;
     const double ulp = std::nextafter(std::fabs(nearest), kInf) - std::fabs(nearest);
     return got == 0 || std::isinf(nearest) ? kInf : static_cast<double>(std::fabs(got - exact) / ulp);
 }
