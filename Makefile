@@ -19,7 +19,9 @@ DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark
 # with its suites under Wine and GoogleTest built from source, and the Foundation bridge on GNUstep.
 DEB_PACKAGES += g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 googletest \
                 gobjc++ libgnustep-base-dev
-BENCH_PACKAGES := libvips-tools time
+# The GIMP plug-in is built against libgimp and tested in GIMP itself, run headless.
+DEB_PACKAGES += libgimp2.0-dev gimp
+BENCH_PACKAGES := libvips-tools time bc
 
 # `make fuzz`: each fuzz target for FUZZ_SECONDS or FUZZ_RUNS executions, whichever comes first.
 FUZZ_SECONDS ?= 600
@@ -137,6 +139,8 @@ bench: bench-deps build
 	      --benchmark_display_aggregates_only=true || exit 1; done
 	@echo "== bench/tools_bench.sh"
 	@bench/tools_bench.sh $(BUILD) 5
+	@echo "== bench/gimp_bench.sh"
+	@bench/gimp_bench.sh $(BUILD) 3
 
 RENDER  = $(BUILD)/tools/render/brivane-render
 HOST    = $(BUILD)/tools/host/brivane-host

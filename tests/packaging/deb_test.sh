@@ -29,6 +29,13 @@ cpack -G DEB -B "$work/pkg" --config "$build/CPackConfig.cmake" > "$work/cpack.l
     { cat "$work/cpack.log" >&2; fail "cpack -G DEB failed"; }
 deb=$(ls "$work"/pkg/brivane_"$version"_*.deb)
 dpkg-deb -f "$deb" Depends | grep -q libpng || fail "the package does not depend on libpng"
+dpkg-deb -f "$deb" Depends | grep -q gimp && fail "brivane depends on GIMP"
+# The GIMP plug-in, where it was built, comes apart, in GIMP's plug-in folder.
+for gimp in "$work"/pkg/brivane-gimp_"$version"_*.deb; do
+    [ -f "$gimp" ] || continue
+    dpkg-deb -c "$gimp" | grep -q ' ./usr/lib/gimp/2.0/plug-ins/brivane-gimp/brivane-gimp$' ||
+        fail "brivane-gimp does not hold the plug-in in GIMP's plug-in folder"
+done
 
 installed=true
 dpkg -i "$deb" > "$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log" >&2; fail "dpkg -i failed"; }

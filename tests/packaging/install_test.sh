@@ -17,5 +17,8 @@ for f in bin/brivane-render bin/brivane-host lib/brivane/brivane.so lib/brivane/
          share/brivane/samples/focus.ini share/brivane/samples/wave.svg share/brivane/samples/speed.png; do
     [ -f "$root/$f" ] || fail "$f was not installed"
 done
+if [ -x "$build/tools/gimp/brivane-gimp" ]; then
+    [ -x "$root/lib/gimp/2.0/plug-ins/brivane-gimp/brivane-gimp" ] || fail "the GIMP plug-in was not installed"
+fi
 check_installed "$root" "$root/share/man/man1"
 echo "install_test: installed under $prefix, both tools ran, both manual pages render"
