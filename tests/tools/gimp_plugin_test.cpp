@@ -1,5 +1,6 @@
 // The GIMP plug-in in a real GIMP: gimp-console runs a batch script that applies plug-in-brivane to the
-// samples, and what it adds must be brivane-render's output, byte for byte, above the untouched layer.
+// samples, and what it adds must be what brivane-render (or, for a preset, the module) draws, byte for
+// byte, above the untouched layer.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -42,7 +43,7 @@ std::string Render(const Scratch& scratch, const std::string& name, std::vector<
     return out;
 }
 
-TEST(GimpPlugin, AddsRenderBytesAboveTheUntouchedLayerAndHoldsHostilePresetsAsTheModule) {
+TEST(GimpPlugin, AddsTheToolsBytesAboveTheUntouchedLayerAndHoldsHostilePresetsAsTheModule) {
     if (std::system("command -v gimp-console > /dev/null") != 0) GTEST_SKIP() << "gimp-console not installed";
     Scratch scratch;
     fs::create_directories(scratch / "gimp/plug-ins/brivane-gimp");
@@ -94,10 +95,11 @@ TEST(GimpPlugin, AddsRenderBytesAboveTheUntouchedLayerAndHoldsHostilePresetsAsTh
         Render(scratch, "focus",
                {kSamples + "focus.png", "--guide", ":C", "--curvature", "-2.5", "--size", "6", "--hardness",
                 "0.4", "--in", "300", "--out", "200", "--spacing", "9", "--easing", "--color", "#c81e3c"});
-    const std::string speed =
-        Render(scratch, "speed",
-               {kSamples + "speed.png", "--type", "parallel", "--p2", "25%,12.5%", "--p3", "6000,87.5%",
-                "--size", "50", "--in", "0", "--spacing", "1000", "--lengain", "-100", "--color", "#c81e3c"});
+    // The hostile preset as the plug-in module takes it, picked in its panel in the simulated host.
+    const std::string speed = scratch / "speed-host.png";
+    const std::string host = std::string(BRIVANE_HOST) + " -i " + kSamples + "speed.png -o '" + speed +
+                             "' --set 140=1 --color c81e3c -q";
+    ASSERT_EQ(std::system(host.c_str()), 0);
     const std::string rings = Render(scratch, "rings",
                                      {kSamples + "rings.png",
                                       "--type",

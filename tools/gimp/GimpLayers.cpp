@@ -62,6 +62,10 @@ bool ReadInk(gint32 drawable, InkLayer& ink, std::string& error) {
         error = "the lines are drawn from a layer: pick a layer, not a mask or channel";
         return false;
     }
+    if (gimp_drawable_is_indexed(drawable)) {
+        error = "the lines are drawn on RGB and grey images: convert the image with Image > Mode first";
+        return false;
+    }
     gint x = 0, y = 0;
     gimp_drawable_offsets(drawable, &x, &y);
     ink.box = {x, y, static_cast<uint32_t>(gimp_drawable_width(drawable)),

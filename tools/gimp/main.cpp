@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -154,21 +155,21 @@ private:
     std::string m_text;
 };
 
-void Run(const gchar*, gint count, const GimpParam* param, gint* resultCount, GimpParam** results) {
-    static GimpParam values[2];
-    static std::string message;
-    *results = values;
-    *resultCount = 1;
-    values[0].type = GIMP_PDB_STATUS;
-    values[0].data.d_status = GIMP_PDB_SUCCESS;
-    auto fail = [&](GimpPDBStatusType status, const std::string& reason) {
-        message = reason;
-        values[0].data.d_status = status;
-        values[1].type = GIMP_PDB_STRING;
-        values[1].data.d_string = const_cast<gchar*>(message.c_str());
-        *resultCount = 2;
-    };
-    if (count < kDrawable + 1) return fail(GIMP_PDB_CALLING_ERROR, "no image and layer given");
+// What a run hands back to GIMP: the status, then the new layer or the reason for an error.
+GimpParam g_results[2];
+gint g_resultCount = 1;
+std::string g_message;
+
+void Fail(GimpPDBStatusType status, const std::string& reason) {
+    g_message = reason;
+    g_results[0].data.d_status = status;
+    g_results[1].type = GIMP_PDB_STRING;
+    g_results[1].data.d_string = const_cast<gchar*>(g_message.c_str());
+    g_resultCount = 2;
+}
+
+void RunProcedure(gint count, const GimpParam* param) {
+    if (count < kDrawable + 1) return Fail(GIMP_PDB_CALLING_ERROR, "no image and layer given");
 
     gegl_init(nullptr, nullptr);
     const auto mode = static_cast<GimpRunMode>(param[kRunMode].data.d_int32);
@@ -178,18 +179,18 @@ void Run(const gchar*, gint count, const GimpParam* param, gint* resultCount, Gi
     brivane::gimp::InkLayer ink;
     std::string error;
     Timings timings;
-    if (!brivane::gimp::ReadInk(drawable, ink, error)) return fail(GIMP_PDB_EXECUTION_ERROR, error);
+    if (!brivane::gimp::ReadInk(drawable, ink, error)) return Fail(GIMP_PDB_EXECUTION_ERROR, error);
     timings.Mark("reading the layer");
 
     PluginValues settings = brivane::gimp::DefaultValues();
     if (mode == GIMP_RUN_NONINTERACTIVE) {
-        if (!ReadArguments(count, param, settings, error)) return fail(GIMP_PDB_CALLING_ERROR, error);
+        if (!ReadArguments(count, param, settings, error)) return Fail(GIMP_PDB_CALLING_ERROR, error);
         const char* preset = param[kPreset].data.d_string;
         if (preset != nullptr && preset[0] != '\0') {
             MoveEffectIniParam read{};
             MoveEffectIniReadFlag given{};
             if (!brivane::gimp::ReadNamedPreset(preset, read, given, error))
-                return fail(GIMP_PDB_CALLING_ERROR, error);
+                return Fail(GIMP_PDB_CALLING_ERROR, error);
             brivane::gimp::TakePreset(read, given, ink.box, settings);
         }
     } else {
@@ -197,7 +198,7 @@ void Run(const gchar*, gint count, const GimpParam* param, gint* resultCount, Gi
         if (gimp_get_data_size(kProcedure) == sizeof settings) gimp_get_data(kProcedure, &settings);
         if (settings.guidePath >= 0 && !gimp_item_is_valid(settings.guidePath)) settings.guidePath = -1;
         if (mode == GIMP_RUN_INTERACTIVE && !brivane::gimp::RunDialog(image, drawable, ink, settings))
-            return fail(GIMP_PDB_CANCEL, "cancelled");
+            return Fail(GIMP_PDB_CANCEL, "cancelled");
     }
 
     PathParser guide;
@@ -209,8 +210,8 @@ void Run(const gchar*, gint count, const GimpParam* param, gint* resultCount, Gi
     timings.Mark("the dialog");
     auto filter = brivane::gimp::DrawEffect(ink, settings, guide, GimpProgress(), error);
     if (!filter) {
-        if (error.empty()) return fail(GIMP_PDB_CANCEL, "cancelled");
-        return fail(GIMP_PDB_CALLING_ERROR, error);
+        if (error.empty()) return Fail(GIMP_PDB_CANCEL, "cancelled");
+        return Fail(GIMP_PDB_CALLING_ERROR, error);
     }
     timings.Mark("rendering");
     const gint32 layer =
@@ -220,9 +221,23 @@ void Run(const gchar*, gint count, const GimpParam* param, gint* resultCount, Gi
     if (mode != GIMP_RUN_NONINTERACTIVE) gimp_displays_flush();
     gimp_set_data(kProcedure, &settings, sizeof settings);
 
-    values[1].type = GIMP_PDB_LAYER;
-    values[1].data.d_layer = layer;
-    *resultCount = 2;
+    g_results[1].type = GIMP_PDB_LAYER;
+    g_results[1].data.d_layer = layer;
+    g_resultCount = 2;
+}
+
+void Run(const gchar*, gint count, const GimpParam* param, gint* resultCount, GimpParam** results) {
+    g_results[0].type = GIMP_PDB_STATUS;
+    g_results[0].data.d_status = GIMP_PDB_SUCCESS;
+    g_resultCount = 1;
+    try {
+        RunProcedure(count, param);
+    } catch (const std::bad_alloc&) {
+        // A page larger than this machine's memory: the image lives in GIMP's process and stays as it was.
+        Fail(GIMP_PDB_EXECUTION_ERROR, "not enough memory for the effect lines on this layer");
+    }
+    *results = g_results;
+    *resultCount = g_resultCount;
 }
 
 }  // namespace
