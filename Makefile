@@ -19,8 +19,9 @@ DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark
 # with its suites under Wine and GoogleTest built from source, and the Foundation bridge on GNUstep.
 DEB_PACKAGES += g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 googletest \
                 gobjc++ libgnustep-base-dev
-# The GIMP plug-in is built against libgimp and tested in GIMP itself, run headless.
-DEB_PACKAGES += libgimp2.0-dev gimp
+# The GIMP plug-in is built against libgimp and tested in GIMP itself, run headless, its dialog on a
+# virtual display.
+DEB_PACKAGES += libgimp2.0-dev gimp xvfb xauth xdotool
 BENCH_PACKAGES := libvips-tools time bc
 
 # `make fuzz`: each fuzz target for FUZZ_SECONDS or FUZZ_RUNS executions, whichever comes first.

@@ -43,13 +43,31 @@ std::string Render(const Scratch& scratch, const std::string& name, std::vector<
     return out;
 }
 
-TEST(GimpPlugin, AddsTheToolsBytesAboveTheUntouchedLayerAndHoldsHostilePresetsAsTheModule) {
-    if (std::system("command -v gimp-console > /dev/null") != 0) GTEST_SKIP() << "gimp-console not installed";
-    Scratch scratch;
+bool Installed(const char* programs) {
+    return std::system(("command -v " + std::string(programs) + " > /dev/null").c_str()) == 0;
+}
+
+// Runs the Script-Fu `batch` in a GIMP of its own (settings in the scratch folder) that finds the built
+// plug-in, headless, or beside `alongside` (run as "sh -c", within a virtual display).
+void RunGimp(const Scratch& scratch, const std::string& batch, const std::string& alongside = "") {
     fs::create_directories(scratch / "gimp/plug-ins/brivane-gimp");
     fs::copy_file(BRIVANE_GIMP_PLUGIN, scratch / "gimp/plug-ins/brivane-gimp/brivane-gimp");
     std::ofstream(scratch / "gimp/gimprc")
         << "(plug-in-path \"${gimp_plug_in_dir}/plug-ins:" << (scratch / "gimp/plug-ins") << "\")\n";
+    std::ofstream(scratch / "batch.scm") << batch << " (gimp-quit 0)";
+    std::string gimp = "env GIMP2_DIRECTORY='" + (scratch / "gimp") +
+                       "' ASAN_OPTIONS=detect_leaks=0 gimp-console -i -d -f -b - < batch.scm > gimp.log 2>&1";
+    // `alongside` runs until GIMP is done.
+    if (!alongside.empty())
+        gimp = "xvfb-run -a sh -c \"" + gimp + " & gimp=\\$!; while kill -0 \\$gimp 2> /dev/null; do " +
+               alongside + "; done; wait \\$gimp\"";
+    const std::string command = "cd '" + scratch.root() + "' && timeout 120 " + gimp;
+    ASSERT_EQ(std::system(command.c_str()), 0) << std::ifstream(scratch / "gimp.log").rdbuf();
+}
+
+TEST(GimpPlugin, AddsTheToolsBytesAboveTheUntouchedLayerAndHoldsHostilePresetsAsTheModule) {
+    if (!Installed("gimp-console")) GTEST_SKIP() << "gimp-console not installed";
+    Scratch scratch;
     // Past every bound the module sets: numbers out of range or NaN, a point far off, a guide past the
     // size a guide may have (drawn straight).
     scratch.WritePreset("hostile",
@@ -83,13 +101,9 @@ TEST(GimpPlugin, AddsTheToolsBytesAboveTheUntouchedLayerAndHoldsHostilePresetsAs
                               " (apply-lines \"" +
                               kSamples +
                               "rings.png\" \"rings\" \"\" (list 2 FALSE 300 500 700 500 500 300"
-                              " \":S\" -1 0 4 0.7 0 300 300 0 0 20 0 14 0 0 0 FALSE TRUE TRUE))"
-                              " (gimp-quit 0)";
-    std::ofstream(scratch / "batch.scm") << batch;
-    const std::string command =
-        "cd '" + scratch.root() + "' && GIMP2_DIRECTORY='" + (scratch / "gimp") +
-        "' ASAN_OPTIONS=detect_leaks=0 timeout 300 gimp-console -i -d -f -b - < batch.scm > gimp.log 2>&1";
-    ASSERT_EQ(std::system(command.c_str()), 0) << std::ifstream(scratch / "gimp.log").rdbuf();
+                              " \":S\" -1 0 4 0.7 0 300 300 0 0 20 0 14 0 0 0 FALSE TRUE TRUE))";
+    RunGimp(scratch, batch);
+    if (HasFatalFailure()) return;
 
     const std::string focus =
         Render(scratch, "focus",
@@ -132,6 +146,34 @@ TEST(GimpPlugin, AddsTheToolsBytesAboveTheUntouchedLayerAndHoldsHostilePresetsAs
         EXPECT_TRUE(Rgba(top) == Rgba(expected));
         EXPECT_TRUE(Rgba(scratch / (std::string(name) + "-below.png")) == Rgba(kSamples + name + ".png"));
     }
+}
+
+// The dialog opens with the last run's settings, every one of them away from its default, and OK draws
+// exactly what that run drew.
+TEST(GimpPlugin, DialogOpensWithTheLastSettingsAndOkDrawsThem) {
+    if (!Installed("gimp-console xvfb-run xdotool"))
+        GTEST_SKIP() << "gimp-console, xvfb-run or xdotool missing";
+    Scratch scratch;
+    const std::string save = " (file-png-save2 1 image lines (string-append \"" + scratch.root() +
+                             "/\" name) name 0 1 0 0 0 0 0 0 1)";
+    const std::string batch = "(define image (car (gimp-file-load 1 \"" + kSamples +
+                              "speed.png\" \"speed.png\")))"
+                              " (define ink (car (gimp-image-get-active-layer image)))"
+                              " (define (draw image args name) (let ((lines (car (apply plug-in-brivane"
+                              " (append (list (car args) image ink \"\") (cdr args)))))) " +
+                              save +
+                              "))"
+                              " (draw image (list 1 1 FALSE 40 700 1100 100 100 800 \":C\" -1 -3 5 0.6 0 800 "
+                              "100 -20 0 30 0 12 0 5 -5"
+                              " TRUE TRUE FALSE) \"batch.png\")"
+                              " (draw image (list 0 0 TRUE 0 0 0 0 0 0 \":S\" -1 1 2 1 0 500 500 0 0 10 0 50 "
+                              "0 0 0 FALSE FALSE TRUE)"
+                              " \"dialog.png\")";
+    // Return on the dialog (again, should the first come before it can take keys).
+    RunGimp(scratch, batch,
+            "sleep 1; xdotool search --name 'Effect lines' windowfocus --sync key Return 2> /dev/null");
+    if (HasFatalFailure()) return;
+    EXPECT_TRUE(Rgba(scratch / "dialog.png") == Rgba(scratch / "batch.png"));
 }
 
 }  // namespace

@@ -118,6 +118,7 @@ void OnPoint(GtkAdjustment*, Dialog* d) {
 }
 
 void OnSwitch(GtkToggleButton*, Dialog* d) {
+    if (d->updating) return;
     for (int i = 0; i < 3; ++i)
         d->values.settings.*kSwitches[i] = gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(d->switches[i]));
     Changed(*d);
@@ -174,16 +175,21 @@ void OnPreset(GtkWidget* combo, Dialog* d) {
 
 void FillPresets(Dialog& d) {
     d.presets = ListPresets();
-    GtkListStore* store = GTK_LIST_STORE(gtk_combo_box_get_model(GTK_COMBO_BOX(d.presetCombo)));
+    // A fresh store each time: GIMP's combo keeps a placeholder row of its own that clearing upsets.
+    GtkListStore* store = gimp_int_store_new();
+    auto add = [store](gint value, const char* label) {
+        GtkTreeIter row;
+        gtk_list_store_append(store, &row);
+        gtk_list_store_set(store, &row, GIMP_INT_STORE_VALUE, value, GIMP_INT_STORE_LABEL, label, -1);
+    };
+    add(-1, Caption(142));
+    for (std::size_t i = 0; i < d.presets.size(); ++i)
+        add(static_cast<gint>(i), d.presets[i].c_str());
     const bool was = d.updating;
     d.updating = true;
-    gtk_list_store_clear(store);
-    gimp_int_combo_box_append(GIMP_INT_COMBO_BOX(d.presetCombo), GIMP_INT_STORE_VALUE, -1,
-                              GIMP_INT_STORE_LABEL, Caption(142), -1);
-    for (std::size_t i = 0; i < d.presets.size(); ++i)
-        gimp_int_combo_box_append(GIMP_INT_COMBO_BOX(d.presetCombo), GIMP_INT_STORE_VALUE,
-                                  static_cast<gint>(i), GIMP_INT_STORE_LABEL, d.presets[i].c_str(), -1);
+    gtk_combo_box_set_model(GTK_COMBO_BOX(d.presetCombo), GTK_TREE_MODEL(store));
     d.updating = was;
+    g_object_unref(store);
 }
 
 // Saves the settings as the plug-in module saves a preset: under the date and time, the points as
