@@ -171,8 +171,10 @@ TEST(GimpPlugin, DialogOpensWithTheLastSettingsAndOkDrawsThem) {
                               " \"dialog.png\")";
     // Return on the dialog (again, should the first come before it can take keys).
     RunGimp(scratch, batch,
-            "sleep 1; xdotool search --name 'Effect lines' windowfocus --sync key Return 2> /dev/null");
+            "sleep 1; xdotool search --name 'Effect lines' windowfocus --sync key Return 2> /dev/null && "
+            "touch shown");
     if (HasFatalFailure()) return;
+    EXPECT_TRUE(fs::exists(scratch / "shown")) << "no dialog was shown";
     EXPECT_TRUE(Rgba(scratch / "dialog.png") == Rgba(scratch / "batch.png"));
 }
 
