@@ -185,6 +185,10 @@ void RunProcedure(gint count, const GimpParam* param) {
     PluginValues settings = brivane::gimp::DefaultValues();
     if (mode == GIMP_RUN_NONINTERACTIVE) {
         if (!ReadArguments(count, param, settings, error)) return Fail(GIMP_PDB_CALLING_ERROR, error);
+        const gint32 path = settings.guidePath;
+        if (path >= 0 &&
+            !(gimp_item_is_valid(path) && gimp_item_is_vectors(path) && gimp_item_get_image(path) == image))
+            return Fail(GIMP_PDB_CALLING_ERROR, "guide-path is not a path of this image");
         const char* preset = param[kPreset].data.d_string;
         if (preset != nullptr && preset[0] != '\0') {
             MoveEffectIniParam read{};
