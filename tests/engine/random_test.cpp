@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -24,4 +25,20 @@ TEST(random_test, generator_step_and_unit_values_follow_the_standard_library) {
         ASSERT_DOUBLE_EQ(Random::ToUnit(a, b), uniform(generator));
     }
     EXPECT_LT(Random::ToUnit(Random::kModulus - 1, Random::kModulus - 1), 1.0);
+}
+
+TEST(random_test, draws_cover_their_range_and_nothing_outside_it) {
+    Random random(2.0, 5.0);
+    double lowest = 5, highest = 2;
+    for (int i = 0; i < 20000; ++i) {
+        const double value = random.Uniform();
+        ASSERT_GE(value, 2.0);
+        ASSERT_LT(value, 5.0);
+        lowest = std::min(lowest, value);
+        highest = std::max(highest, value);
+    }
+    EXPECT_LT(lowest, 2.01);
+    EXPECT_GT(highest, 4.99);
+    random.SetRange(-1, -1);
+    EXPECT_EQ(random.Uniform(), -1);
 }

@@ -262,3 +262,14 @@ TEST(preset_test, bad_preset_files_load_as_documented) {
         }
     }
 }
+
+TEST(preset_test, default_points_exist_for_the_three_arrangements_only) {
+    PathPoint point{7, 7};
+    GetDefaultTargetPoint(2, 2, point);
+    EXPECT_TRUE(point.x == 0.5 && point.y == 0.25);
+    for (const auto& [type, index] : {std::pair{3, 0}, {-1, 0}, {0, 3}, {0, -1}}) {
+        point = {7, 7};
+        GetDefaultTargetPoint(type, index, point);
+        EXPECT_TRUE(point.x == 7 && point.y == 7) << type << " " << index;
+    }
+}
