@@ -90,6 +90,20 @@ TEST_F(host_tool_test, fills_the_selection_of_a_layer_and_writes_it_out) {
     EXPECT_EQ(std::vector<uint8_t>(left, left + 4), (std::vector<uint8_t>{255, 255, 255, 255}));
 }
 
+// A clear grey layer takes the main colour's grey, (77 R + 150 G + 29 B) >> 8 as the engine weighs it, made
+// opaque. The colour is chosen so that a weight one off either way, or another shift, gives another grey.
+TEST_F(host_tool_test, a_clear_grey_layer_gets_the_grey_of_the_main_colour_made_opaque) {
+    std::string error;
+    ASSERT_TRUE(WritePng(Path("clear.png"), Image(8, 2, 0), error)) << error;
+    const std::string out = Path("grey.png");
+    const Outcome run = RunHost("-i " + Path("clear.png") + " -o " + out + " --color c8b4dc -q" + kStandIn);
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::vector<uint8_t> expected;
+    for (int i = 0; i < 8 * 4; ++i)
+        expected.insert(expected.end(), {190, 255});
+    EXPECT_EQ(ReadOut(out).pixels, expected);
+}
+
 TEST_F(host_tool_test, a_cancelled_run_writes_the_layer_unchanged) {
     const std::string out = Path("cancelled.png");
     const Outcome run = RunHost("-i " + Path("layer.png") + " -o " + out + " --cancel-at 1" + kStandIn);
