@@ -51,17 +51,6 @@ void RunGuarded(Hook&& hook) noexcept {
     }
 }
 
-// extent * fraction truncated toward zero; values a preset could make absurd are held to the
-// representable range instead of overflowing.
-int64_t ScaleToCanvas(int64_t extent, double fraction) {
-    const double scaled = static_cast<double>(extent) * fraction;
-    if (std::isnan(scaled)) return 0;
-    constexpr double kLimit = 9.2e18;  // just inside the 64-bit range
-    if (scaled >= kLimit) return static_cast<int64_t>(kLimit);
-    if (scaled <= -kLimit) return -static_cast<int64_t>(kLimit);
-    return static_cast<int64_t>(scaled);
-}
-
 // The item keys of the number settings and their preset keys, for the ranges every front shares.
 struct RangedItem {
     int64_t item;

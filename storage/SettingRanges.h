@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <string_view>
 
 #include "storage/Preset.h"
@@ -44,11 +45,33 @@ inline constexpr SettingRange kSettingRanges[] = {
 };
 // clang-format on
 
+// The switches of the panel, by preset key.
+struct SwitchSetting {
+    std::string_view key;
+    bool MoveEffectIniParam::*field;
+};
+inline constexpr SwitchSetting kSwitchSettings[] = {
+    {"asdist", &MoveEffectIniParam::asdist},
+    {"easing", &MoveEffectIniParam::easing},
+    {"connect", &MoveEffectIniParam::connect},
+};
+
 // How far a canvas point may lie off the canvas: this many times the canvas's longer side beyond any
 // edge. A focus centre further away gives spokes no eye can tell from parallel ones, and points further
 // apart only make lines the canvas never shows; a preset's points are held within it, and the command
 // line and the page refuse points beyond it.
 inline constexpr double kMaxPointReach = 4;
+
+// A preset's canvas fraction in pixels, as the plug-in places it: extent * fraction truncated toward
+// zero; values a preset could make absurd are held to the representable range instead of overflowing.
+inline int64_t ScaleToCanvas(int64_t extent, double fraction) {
+    const double scaled = static_cast<double>(extent) * fraction;
+    if (std::isnan(scaled)) return 0;
+    constexpr double kLimit = 9.2e18;  // just inside the 64-bit range
+    if (scaled >= kLimit) return static_cast<int64_t>(kLimit);
+    if (scaled <= -kLimit) return -static_cast<int64_t>(kLimit);
+    return static_cast<int64_t>(scaled);
+}
 
 // The range of a preset key; null for the keys without one (the arrangement, points, guide, switches).
 constexpr const SettingRange* FindSettingRange(std::string_view key) {

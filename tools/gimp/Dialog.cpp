@@ -23,12 +23,12 @@ constexpr guint kPreviewDelayMs = 150;
 constexpr int kCaptionWidth = 190;  // px
 constexpr unsigned kInkFade = 40;   // of 255: how dark full ink shows under the lines
 
-// Caption ids of the number settings, in the order of kSettingRanges, and of the switches.
+// Caption ids of the number settings, in the order of kSettingRanges, and of the switches, in the order
+// of kSwitchSettings.
 constexpr int kNumberCaptions[] = {162, 202, 203, 204, 205, 206, 220, 221, 222, 223, 224, 225, 226, 227};
 static_assert(std::size(kNumberCaptions) == std::size(kSettingRanges));
-constexpr int kSwitchCaptions[3] = {207, 208, 228};
-constexpr bool MoveEffectIniParam::*kSwitches[3] = {&MoveEffectIniParam::asdist, &MoveEffectIniParam::easing,
-                                                    &MoveEffectIniParam::connect};
+constexpr int kSwitchCaptions[] = {207, 208, 228};
+static_assert(std::size(kSwitchCaptions) == std::size(kSwitchSettings));
 // Guide rows past the built-in two and the folder's files: the image's paths.
 constexpr int kPathRows = 1 << 20;
 
@@ -46,7 +46,7 @@ struct Dialog {
     GtkWidget* guideCombo = nullptr;
     GtkAdjustment* points[6] = {};
     GtkObject* numbers[std::size(kSettingRanges)] = {};
-    GtkWidget* switches[3] = {};
+    GtkWidget* switches[std::size(kSwitchSettings)] = {};
     std::vector<std::string> presets;
     std::vector<std::string> guides;  // the guide folder's
     std::vector<gint32> paths;        // the image's
@@ -74,8 +74,8 @@ void ShowValues(Dialog& d) {
                                  v.defaultPoints ? places[i / 2][i % 2] : v.points[i / 2][i % 2]);
     for (std::size_t i = 0; i < std::size(kSettingRanges); ++i)
         gtk_adjustment_set_value(GTK_ADJUSTMENT(d.numbers[i]), kSettingRanges[i].Get(v.settings));
-    for (int i = 0; i < 3; ++i)
-        gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(d.switches[i]), v.settings.*kSwitches[i]);
+    for (std::size_t i = 0; i < std::size(kSwitchSettings); ++i)
+        gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(d.switches[i]), v.settings.*kSwitchSettings[i].field);
     int row = 0;
     if (v.guidePath >= 0) {
         const auto at = std::find(d.paths.begin(), d.paths.end(), v.guidePath);
@@ -119,8 +119,9 @@ void OnPoint(GtkAdjustment*, Dialog* d) {
 
 void OnSwitch(GtkToggleButton*, Dialog* d) {
     if (d->updating) return;
-    for (int i = 0; i < 3; ++i)
-        d->values.settings.*kSwitches[i] = gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(d->switches[i]));
+    for (std::size_t i = 0; i < std::size(kSwitchSettings); ++i)
+        d->values.settings.*kSwitchSettings[i].field =
+            gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(d->switches[i]));
     Changed(*d);
 }
 
@@ -431,7 +432,7 @@ GtkWidget* MakeControls(Dialog& d) {
                                  whole ? 10 : span / 10, whole ? 0 : 2, TRUE, 0, 0, nullptr, nullptr);
         g_signal_connect(d.numbers[i], "value-changed", G_CALLBACK(OnNumber), &d);
     }
-    for (int i = 0; i < 3; ++i, ++row) {
+    for (std::size_t i = 0; i < std::size(kSwitchSettings); ++i, ++row) {
         d.switches[i] = gtk_check_button_new_with_label(Caption(kSwitchCaptions[i]));
         g_signal_connect(d.switches[i], "toggled", G_CALLBACK(OnSwitch), &d);
         Attach(table, d.switches[i], 0, 3, row);

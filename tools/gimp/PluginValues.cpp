@@ -11,13 +11,6 @@
 namespace brivane::gimp {
 namespace {
 
-// A canvas fraction scaled to whole pixels as the module places a preset's point: truncated toward
-// zero, saturated far beyond any canvas.
-double ScaleToCanvas(uint32_t extent, double fraction) {
-    constexpr double kLimit = 9.2e18;
-    return std::clamp(std::trunc(extent * fraction), -kLimit, kLimit);
-}
-
 std::vector<std::string> ListNames(bool presets) {
     std::vector<std::string> names;
     for (const std::u16string& path : EnumFiles(GetPluginDir(presets), presets ? u".ini" : u".svg"))
@@ -65,7 +58,7 @@ void TakePreset(const MoveEffectIniParam& preset, const MoveEffectIniReadFlag& r
         const bool have[3] = {read.p1, read.p2, read.p3};
         double fallback[3][2];
         DefaultPoints(values.settings.type, layer, fallback);
-        const double reach = ScaleToCanvas(std::max(layer.width, layer.height), kMaxPointReach);
+        const int64_t reach = ScaleToCanvas(std::max(layer.width, layer.height), kMaxPointReach);
         for (int i = 0; i < 3; ++i) {
             if (!have[i]) {
                 if (values.defaultPoints) std::copy_n(fallback[i], 2, values.points[i]);
@@ -76,10 +69,10 @@ void TakePreset(const MoveEffectIniParam& preset, const MoveEffectIniReadFlag& r
                 place = {0, 0};
                 GetDefaultTargetPoint(values.settings.type, i, place);
             }
-            values.points[i][0] =
-                layer.x + std::clamp(ScaleToCanvas(layer.width, place.x), -reach, layer.width + reach);
-            values.points[i][1] =
-                layer.y + std::clamp(ScaleToCanvas(layer.height, place.y), -reach, layer.height + reach);
+            values.points[i][0] = static_cast<double>(
+                layer.x + std::clamp(ScaleToCanvas(layer.width, place.x), -reach, layer.width + reach));
+            values.points[i][1] = static_cast<double>(
+                layer.y + std::clamp(ScaleToCanvas(layer.height, place.y), -reach, layer.height + reach));
         }
         values.defaultPoints = 0;
     }

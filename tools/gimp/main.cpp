@@ -32,12 +32,8 @@ enum Argument {
     kGuidePath,
     kFirstNumber,
     kFirstSwitch = kFirstNumber + static_cast<int>(std::size(kSettingRanges)),
-    kArgumentCount = kFirstSwitch + 3,
+    kArgumentCount = kFirstSwitch + static_cast<int>(std::size(kSwitchSettings)),
 };
-
-constexpr bool MoveEffectIniParam::*kSwitches[3] = {&MoveEffectIniParam::asdist, &MoveEffectIniParam::easing,
-                                                    &MoveEffectIniParam::connect};
-constexpr const char* kSwitchNames[3] = {"asdist", "easing", "connect"};
 
 gchar* Text(const std::string& text) {
     return g_strdup(text.c_str());
@@ -75,8 +71,8 @@ void Query() {
                       range.min, range.max, range.whole ? ", whole numbers" : "");
         arguments.push_back({GIMP_PDB_FLOAT, Text(std::string(range.key)), Text(description)});
     }
-    for (const char* name : kSwitchNames)
-        arguments.push_back({GIMP_PDB_INT32, Text(name), Text("TRUE or FALSE")});
+    for (const SwitchSetting& setting : kSwitchSettings)
+        arguments.push_back({GIMP_PDB_INT32, Text(std::string(setting.key)), Text("TRUE or FALSE")});
 
     static const GimpParamDef results[] = {
         {GIMP_PDB_LAYER, const_cast<gchar*>("layer"), const_cast<gchar*>("The new layer of lines")},
@@ -121,8 +117,8 @@ bool ReadArguments(gint count, const GimpParam* param, PluginValues& values, std
             return false;
         }
     }
-    for (int i = 0; i < 3; ++i)
-        values.settings.*kSwitches[i] = param[kFirstSwitch + i].data.d_int32 != 0;
+    for (std::size_t i = 0; i < std::size(kSwitchSettings); ++i)
+        values.settings.*kSwitchSettings[i].field = param[kFirstSwitch + i].data.d_int32 != 0;
     return true;
 }
 

@@ -15,17 +15,6 @@ namespace {
 
 using P = MoveEffectIniParam;
 
-struct BoolSetting {
-    std::string_view name;
-    bool P::*field;
-};
-
-constexpr BoolSetting kBoolSettings[] = {
-    {"asdist", &P::asdist},
-    {"easing", &P::easing},
-    {"connect", &P::connect},
-};
-
 // Strings here are built by appending: GCC 12 at -O3 raises a false -Wrestrict on literal + std::string.
 std::string Quote(std::string_view text) {
     std::string quoted;
@@ -274,11 +263,11 @@ bool ParseRenderArgs(const std::vector<std::string>& args, RenderOptions& option
             // Number settings take the plug-in panel's ranges: a value outside them is one the plug-in
             // could never be given, so the picture would not match.
             const SettingRange* number = key.size() > 2 ? FindSettingRange(name) : nullptr;
-            const BoolSetting* flag = nullptr;
+            const SwitchSetting* flag = nullptr;
             bool negated = false;
-            for (const BoolSetting& b : kBoolSettings) {
-                if (key.size() > 2 && name == b.name) flag = &b;
-                if (name.size() > 3 && name.substr(0, 3) == "no-" && name.substr(3) == b.name) {
+            for (const SwitchSetting& b : kSwitchSettings) {
+                if (key.size() > 2 && name == b.key) flag = &b;
+                if (name.size() > 3 && name.substr(0, 3) == "no-" && name.substr(3) == b.key) {
                     flag = &b;
                     negated = true;
                 }
