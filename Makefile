@@ -22,7 +22,7 @@ DEB_PACKAGES += g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 goog
 # The GIMP plug-in is built against libgimp and tested in GIMP itself, run headless, its dialog on a
 # virtual display.
 DEB_PACKAGES += libgimp2.0-dev gimp xvfb xauth xdotool
-BENCH_PACKAGES := libvips-tools time bc
+BENCH_PACKAGES := libvips-tools time bc libcairo2-dev
 
 # `make fuzz`: each fuzz target for FUZZ_SECONDS or FUZZ_RUNS executions, whichever comes first.
 FUZZ_SECONDS ?= 600
@@ -55,7 +55,8 @@ endef
 deps:
 	$(call install_missing,$(DEB_PACKAGES))
 
-# Only the benchmarks compare the tools with `vips copy` and read peak memory from /usr/bin/time.
+# Only the benchmarks compare the tools with `vips copy`, read peak memory from /usr/bin/time and fill
+# the dense strokes with cairo as an anchor.
 bench-deps: deps
 	$(call install_missing,$(BENCH_PACKAGES))
 
