@@ -594,6 +594,25 @@ void ApplyStamp(const PlainSurface& tile, const DiscStamp& stamp, const Disc& di
     }
 }
 
+// The anchor pixel of a centre coordinate (discs that are drawn lie near the canvas).
+int32_t AnchorPixel(double v) {
+    return static_cast<int32_t>(Anchor(v));
+}
+
+// Runs shorter than this are stamped disc by disc: the maxima would cost more than they save.
+constexpr int kShortestRun = 6;
+
+// Whether a run of one stamp may lead from disc `a` to disc `b`: they must share their size, and lie
+// a whole number of pixels apart. A cheap test first, as most strokes have no such runs.
+bool MayStartRun(const Disc& a, const Disc& b) {
+    auto nearWhole = [](double d) {
+        if (!(std::fabs(d) < 1e6)) return false;  // apart by much, or not a number
+        const double whole = static_cast<double>(static_cast<int32_t>(d < 0 ? d - 0.5 : d + 0.5));
+        return std::fabs(d - whole) <= 4e-6;
+    };
+    return std::fabs(a.diameter - b.diameter) <= 4e-6 && nearWhole(b.x - a.x) && nearWhole(b.y - a.y);
+}
+
 // Raises the shared bytes `into` to what a tile stamped (`now`) where it differs from what was read
 // (`was`), n bytes. Words that did not change are passed over without looking at their bytes.
 void MergeRaised(uint8_t* into, const uint8_t* now, const uint8_t* was, int32_t n) {
@@ -1009,7 +1028,7 @@ bool StrokeRaster::UseStamp(int i, int begin, int end) {
     }
     // A stamp costs several direct discs: stop making them once they are not being reused (equal
     // discs at ever new sub-pixel offsets, as on slanted lines and rings).
-    if (m_stampsMade >= 2 && m_stampReuses < 4 * m_stampsMade) return false;
+    if (!StampsPay()) return false;
     // A new stamp only pays inside a run of equal discs: both neighbours must match.
     const double previous = i > begin ? m_discs[i - 1].diameter : m_previousDiameter;
     const double tolerance = 1e-9 * std::max(1.0, disc.diameter);
@@ -1020,6 +1039,96 @@ bool StrokeRaster::UseStamp(int i, int begin, int end) {
     BuildStamp(disc, *m_profile, m_stamp);
     ++m_stampsMade;
     return true;
+}
+
+void StrokeRaster::ApplyRun(int32_t anchorX, int32_t anchorY, int32_t n, bool down, uint8_t* origin,
+                            std::ptrdiff_t tileStride, int32_t x0, int32_t y0, int32_t x1, int32_t y1) {
+    const DiscStamp& stamp = m_stamp;
+    const int32_t half = stamp.half;
+    const int32_t side = 2 * half + 1;
+    const std::size_t stride = static_cast<std::size_t>(stamp.stride);
+    const uint8_t* values = stamp.values.data();
+    RunMaxima& run = m_run;
+    if (run.stamp != m_stampsMade) {
+        run.stamp = m_stampsMade;
+        run.rowsFromTop.assign(stamp.values.begin(), stamp.values.end());
+        run.rowsFromBottom.assign(stamp.values.begin(), stamp.values.end());
+        for (int32_t r = 1; r < side; ++r) {
+            MaxInto(&run.rowsFromTop[r * stride], &run.rowsFromTop[(r - 1) * stride], stamp.stride);
+            const int32_t up = side - 1 - r;
+            MaxInto(&run.rowsFromBottom[up * stride], &run.rowsFromBottom[(up + 1) * stride], stamp.stride);
+        }
+        const std::size_t square = static_cast<std::size_t>(side) * side;
+        run.fromLeft.resize(square);
+        run.fromRight.resize(square);
+        for (int32_t r = 0; r < side; ++r) {
+            const uint8_t* in = values + r * stride;
+            uint8_t* left = &run.fromLeft[static_cast<std::size_t>(r) * side];
+            uint8_t* right = &run.fromRight[static_cast<std::size_t>(r) * side];
+            left[0] = in[0];
+            for (int32_t c = 1; c < side; ++c)
+                left[c] = std::max(left[c - 1], in[c]);
+            right[side - 1] = in[side - 1];
+            for (int32_t c = side - 2; c >= 0; --c)
+                right[c] = std::max(right[c + 1], in[c]);
+        }
+    }
+    const int32_t left = anchorX - half;
+    const int32_t top = anchorY - half;
+    auto tileRow = [&](int32_t y) { return origin + static_cast<std::ptrdiff_t>(y) * tileStride; };
+    if (down) {
+        // Tile row top + e meets stamp rows e - n + 1 .. e of the run's discs: a range of rows whose
+        // maximum is a running one wherever it reaches the first or the last row of the stamp.
+        const int32_t from = std::max(left, x0);
+        const int32_t to = std::min(left + side, x1);
+        if (from >= to) return;
+        const int32_t count = to == left + side ? (to - from + 15) / 16 * 16 : to - from;
+        const std::size_t at = static_cast<std::size_t>(from - left);
+        for (int32_t e = std::max(0, y0 - top); e < side + n - 1 && top + e < y1; ++e) {
+            const int32_t high = std::min(side - 1, e);
+            const int32_t low = std::max(0, e - n + 1);
+            uint8_t* out = tileRow(top + e) + from;
+            if (low == 0) {
+                MaxInto(out, &run.rowsFromTop[high * stride + at], count);
+            } else if (high == side - 1) {
+                MaxInto(out, &run.rowsFromBottom[low * stride + at], count);
+            } else {
+                for (int32_t r = low; r <= high; ++r)
+                    MaxInto(out, values + r * stride + at, count);
+            }
+        }
+        return;
+    }
+    // Along a row: each stamp row spreads over side + n - 1 columns, the maximum of a sliding window.
+    const int32_t length = side + n - 1;
+    run.row.resize(static_cast<std::size_t>(length));
+    const int32_t from = std::max(left, x0);
+    const int32_t to = std::min(left + length, x1);
+    if (from >= to) return;
+    for (int32_t r = std::max(0, y0 - top); r < side && top + r < y1; ++r) {
+        const uint8_t* fromLeft = &run.fromLeft[static_cast<std::size_t>(r) * side];
+        const uint8_t* fromRight = &run.fromRight[static_cast<std::size_t>(r) * side];
+        uint8_t* row = run.row.data();
+        if (n >= side) {
+            // Rising from the left end, the row's maximum across the middle, falling to the right end.
+            std::memcpy(row, fromLeft, static_cast<std::size_t>(side - 1));
+            std::memset(row + side - 1, fromLeft[side - 1], static_cast<std::size_t>(n - side + 1));
+            std::memcpy(row + n, fromRight + 1, static_cast<std::size_t>(side - 1));
+        } else {
+            for (int32_t c = 0; c < length; ++c) {
+                const int32_t low = std::max(0, c - n + 1);
+                const int32_t high = std::min(side - 1, c);
+                if (low == 0) {
+                    row[c] = fromLeft[high];
+                } else if (high == side - 1) {
+                    row[c] = fromRight[low];
+                } else {
+                    row[c] = *std::max_element(values + r * stride + low, values + r * stride + high + 1);
+                }
+            }
+        }
+        MaxInto(tileRow(top + r) + from, row + (from - left), to - from);
+    }
 }
 
 void StrokeRaster::FlushRange(int begin, int end) {
@@ -1104,9 +1213,45 @@ void StrokeRaster::FlushRange(int begin, int end) {
             const PlainSurface tile{m_tile.data() - box[1] * tileStride - box[0],
                                     static_cast<std::ptrdiff_t>(tileStride)};
             const int32_t stampRight = box[2] + kStampReachPastTile;
+            // Runs of one stamp that step a whole pixel along a row or column go first, in one go each.
+            bool inRun[kBatchDiscs] = {};
+            for (int i = begin; i + kShortestRun <= end && StampsPay();) {
+                if (!drawn[i] || !MayStartRun(m_discs[i], m_discs[i + kShortestRun - 1]) ||
+                    !UseStamp(i, begin, end)) {
+                    ++i;
+                    continue;
+                }
+                // Discs of the run step one pixel along one axis, or stay on their pixel: a disc that
+                // shares both stamp and anchor with the one before adds nothing.
+                int32_t stepX = 0;
+                int32_t stepY = 0;
+                int32_t pixels = 1;
+                int j = i + 1;
+                for (; j < end && drawn[j] && CanReuse(m_stamp, m_discs[j]); ++j) {
+                    const int32_t dx = AnchorPixel(m_discs[j].x) - AnchorPixel(m_discs[j - 1].x);
+                    const int32_t dy = AnchorPixel(m_discs[j].y) - AnchorPixel(m_discs[j - 1].y);
+                    if (dx == 0 && dy == 0) continue;
+                    if (stepX == 0 && stepY == 0 && std::abs(dx) + std::abs(dy) == 1) {
+                        stepX = dx;
+                        stepY = dy;
+                    } else if (dx != stepX || dy != stepY) {
+                        break;
+                    }
+                    ++pixels;
+                }
+                if (pixels >= kShortestRun) {
+                    // The run's first pixel in reading order; the others follow it along the axis.
+                    const Disc& first = m_discs[stepX + stepY < 0 ? j - 1 : i];
+                    ApplyRun(AnchorPixel(first.x), AnchorPixel(first.y), pixels, stepY != 0, tile.origin,
+                             tile.stride, box[0], box[1], stampRight, box[3]);
+                    std::fill(inRun + i, inRun + j, true);
+                    m_stampReuses += j - i - 1;
+                }
+                i = j;
+            }
             for (int k = 0; k < kBatchDiscs; ++k) {
                 const int i = begin + kCoarseToFine[k];
-                if (i >= end || !drawn[i]) continue;
+                if (i >= end || !drawn[i] || inRun[i]) continue;
                 if (UseStamp(i, begin, end)) {
                     ApplyStamp(tile, m_stamp, m_discs[i], box[0], box[1], stampRight, box[3]);
                 } else if (const DiscStamp* remembered = FindRememberedStamp(m_discs[i])) {

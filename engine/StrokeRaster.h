@@ -26,7 +26,10 @@
 //     pixels meet their strongest disc early, and the tile is merged into the shared coverage with
 //     one atomic max per changed byte;
 //   - a disc identical to the one before it is dropped, and runs of equal discs reuse one stamp as
-//     long as the shift between them cannot change any of the stamp's decisions.
+//     long as the shift between them cannot change any of the stamp's decisions;
+//   - where such a run steps one whole pixel at a time along a row or a column (the middle of a
+//     level or upright stroke), the maximum of its stamps is taken from running maxima of the
+//     stamp's rows or columns: each tile row once, instead of once per disc that overlaps it.
 #pragma once
 
 #include <atomic>
@@ -168,6 +171,8 @@ private:
     // Whether disc i of the batch [begin, end) is drawn with the cached stamp; makes a new stamp when
     // the disc lies inside a run of equal discs that the cached one does not fit.
     bool UseStamp(int i, int begin, int end);
+    // Whether stamps made for runs of equal discs are being reused enough to be worth making.
+    bool StampsPay() const { return m_stampsMade < 2 || m_stampReuses >= 4 * m_stampsMade; }
     // The pass's remembered stamp for disc i, made now when its diameter and offset come round a
     // second time; null when there is none to use.
     const DiscStamp* FindRememberedStamp(const Disc& disc);
@@ -183,7 +188,19 @@ private:
     int64_t m_added = 0;
     int64_t m_counted = 0;           // of m_added, already in the process-wide total
     double m_previousDiameter = -1;  // of the disc before the batch
+    // Max-combines m_stamp at n anchors one pixel apart, from (anchorX, anchorY) rightwards or
+    // downwards, into the columns [x0, x1) and rows [y0, y1) of the tile whose canvas pixel (0, 0)
+    // would lie at `origin`.
+    void ApplyRun(int32_t anchorX, int32_t anchorY, int32_t n, bool down, uint8_t* origin,
+                  std::ptrdiff_t stride, int32_t x0, int32_t y0, int32_t x1, int32_t y1);
+
     DiscStamp m_stamp;
+    // Running maxima of m_stamp for ApplyRun: of its rows from the first and from the last (stamp
+    // rows), and along each row from its left and from its right end (side bytes per row).
+    struct RunMaxima {
+        int64_t stamp = -1;  // the m_stampsMade they were made for
+        std::vector<uint8_t> rowsFromTop, rowsFromBottom, fromLeft, fromRight, row;
+    } m_run;
     int64_t m_stampsMade = 0;
     int64_t m_stampReuses = 0;
     int64_t m_lookups = 0;        // of remembered stamps, by this stroke
