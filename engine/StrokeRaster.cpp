@@ -459,12 +459,20 @@ void GrowDirty(int32_t dirty[4], const DiscGeometry& g) {
 
 // The pixel nearest the centre is the stamp's anchor; offsets from it are exact (Sterbenz), so a
 // stamp computes every squared distance bit for bit as the direct loops would for its own disc.
+// The nearest integer, ties to even, as nearbyint gives it in the default rounding mode but without
+// a library call (every disc asks): below 2^51, adding 1.5 * 2^52 rounds away exactly the fraction,
+// and the even constant keeps the ties' parity.
 double Anchor(double v) {
-    return std::nearbyint(v);
+    constexpr double kRound = 6755399441055744.0;                        // 1.5 * 2^52
+    if (!(std::fabs(v) < 2251799813685248.0)) return std::nearbyint(v);  // 2^51 and beyond, NaN
+    return (v + kRound) - kRound;
 }
 
 int32_t StampHalf(double diameter) {
-    return static_cast<int32_t>(std::ceil(diameter / 2)) + 1;
+    // ceil(diameter / 2) without a library call: a truncation rounds towards zero, up for negatives.
+    const double h = diameter / 2;
+    const int32_t whole = static_cast<int32_t>(h);
+    return (whole < h ? whole + 1 : whole) + 1;
 }
 
 // Bytes from one stamp row to the next: room for a whole number of 16-byte blocks from any column,
@@ -626,6 +634,14 @@ void MergeRaised(uint8_t* into, const uint8_t* now, const uint8_t* was, int32_t 
         for (int32_t k = col; k < col + 8; ++k) {
             if (now[k] > was[k]) MoveEffectFilter::StampCoverageByte(into + k, now[k]);
         }
+    }
+    if (col < n && n >= 8) {
+        // The last word again, overlapping the one before: most tails are unchanged too.
+        uint64_t a;
+        uint64_t b;
+        std::memcpy(&a, now + n - 8, 8);
+        std::memcpy(&b, was + n - 8, 8);
+        if (a == b) return;
     }
     for (; col < n; ++col) {
         if (now[col] > was[col]) MoveEffectFilter::StampCoverageByte(into + col, now[col]);
@@ -856,12 +872,19 @@ public:
         return memory;
     }
 
+    // llround for the offsets' sub-pixel steps (well inside 2^52), without a library call.
+    static int64_t RoundHalfAway(double v) {
+        const int64_t whole = static_cast<int64_t>(v);
+        const double rest = v - static_cast<double>(whole);
+        return rest >= 0.5 ? whole + 1 : (rest <= -0.5 ? whole - 1 : whole);
+    }
+
     static Key MakeKey(const Disc& disc) {
         uint64_t bits;
         std::memcpy(&bits, &disc.diameter, sizeof bits);
         constexpr double kScale = 1 << 20;
-        return Key{bits, std::llround((disc.x - Anchor(disc.x)) * kScale),
-                   std::llround((disc.y - Anchor(disc.y)) * kScale)};
+        return Key{bits, RoundHalfAway((disc.x - Anchor(disc.x)) * kScale),
+                   RoundHalfAway((disc.y - Anchor(disc.y)) * kScale)};
     }
 
     // Whether keys come back often in this pass. Where sub-pixel offsets hardly repeat (slanted
