@@ -544,6 +544,20 @@ void BuildStamp(const Disc& disc, DiscProfile& profile, DiscStamp& stamp) {
         }
     }
     stamp.margin = margin;
+    stamp.firstRow = side;
+    stamp.lastRow = -1;
+    stamp.firstColumn = side;
+    stamp.lastColumn = -1;
+    for (int32_t j = 0; j < side; ++j) {
+        const uint8_t* row = &stamp.values[static_cast<std::size_t>(j) * stamp.stride];
+        for (int32_t c = 0; c < side; ++c) {
+            if (row[c] == 0) continue;
+            stamp.firstRow = std::min(stamp.firstRow, j);
+            stamp.lastRow = j;
+            stamp.firstColumn = std::min(stamp.firstColumn, c);
+            stamp.lastColumn = std::max(stamp.lastColumn, c);
+        }
+    }
 }
 
 // Whether the stamp gives this disc's bytes: exactly where every decision of the stamp lies farther
@@ -587,19 +601,38 @@ void MaxInto(uint8_t* dst, const uint8_t* src, int32_t n) {
 // which leave the tile as it is, and the tile's rows have 16 spare bytes past x1.
 void ApplyStamp(const PlainSurface& tile, const DiscStamp& stamp, const Disc& disc, int32_t x0, int32_t y0,
                 int32_t x1, int32_t y1) {
-    const int32_t side = 2 * stamp.half + 1;
+    // Only the rows and columns that hold anything.
     const int32_t left = static_cast<int32_t>(Anchor(disc.x)) - stamp.half;
     const int32_t top = static_cast<int32_t>(Anchor(disc.y)) - stamp.half;
-    const int32_t from = std::max(left, x0);
-    const int32_t to = std::min(left + side, x1);
-    if (from >= to) return;
+    const int32_t end = left + stamp.lastColumn + 1;
+    const int32_t from = std::max(left + stamp.firstColumn, x0);
+    const int32_t to = std::min(end, x1);
+    const int32_t first = std::max(stamp.firstRow, y0 - top);
+    const int32_t last = std::min(stamp.lastRow, y1 - 1 - top);
+    if (from >= to || first > last) return;
     // Whole blocks only where the stamp's own zeros follow the row; where the tile cuts the stamp
     // short, stamp bytes would follow instead.
-    const int32_t count = to == left + side ? (to - from + 15) / 16 * 16 : to - from;
-    for (int32_t j = std::max(0, y0 - top); j < side && top + j < y1; ++j) {
-        MaxInto(tile.Row(top + j) + from,
-                &stamp.values[static_cast<std::size_t>(j) * stamp.stride + (from - left)], count);
+    const int32_t count = to == end ? (to - from + 15) / 16 * 16 : to - from;
+    const uint8_t* src = &stamp.values[static_cast<std::size_t>(first) * stamp.stride + (from - left)];
+    uint8_t* dst = tile.Row(top + first) + from;
+    const int32_t rows = last - first + 1;
+#if defined(__SSE2__)
+    // The usual widths in whole blocks, the rows' loop unrolled over them.
+    auto maxBlock = [](uint8_t* d, const uint8_t* s) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_max_epu8(a, b));
+    };
+    if (count == 16 || count == 32) {
+        for (int32_t j = 0; j < rows; ++j, dst += tile.stride, src += stamp.stride) {
+            maxBlock(dst, src);
+            if (count == 32) maxBlock(dst + 16, src + 16);
+        }
+        return;
     }
+#endif
+    for (int32_t j = 0; j < rows; ++j, dst += tile.stride, src += stamp.stride)
+        MaxInto(dst, src, count);
 }
 
 // The anchor pixel of a centre coordinate (discs that are drawn lie near the canvas).

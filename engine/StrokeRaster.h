@@ -121,6 +121,8 @@ struct DiscStamp {
     double margin = 0;   // smallest distance of a squared distance from its threshold, px^2
     double slope = 0;    // soft rims: largest change of a sample per px of shift
     int32_t stride = 0;  // bytes per row of values: more than the side, the rest zero
+    // The rows and columns that hold anything: the box's outer ones mostly stay zero.
+    int32_t firstRow = 0, lastRow = -1, firstColumn = 0, lastColumn = -1;
     std::vector<uint8_t> values;
 };
 
