@@ -130,8 +130,10 @@ TEST(stroke_raster_test,
 }
 
 TEST(stroke_raster_test, the_filter_draws_lines_as_the_straightforward_discs_do) {
-    // At size 28 the remembered stamps' rows span more than one 16-byte block.
-    for (const auto& [size, hardness] : {std::pair{9.0, 1.0}, {9.0, 0.5}, {28.0, 1.0}, {28.0, 0.5}}) {
+    // At size 23 the upright line's stamps hold 17 columns, one past a 16-byte block; at size 28 the
+    // remembered stamps' rows span more than one block.
+    for (const auto& [size, hardness] :
+         {std::pair{9.0, 1.0}, {9.0, 0.5}, {23.0, 1.0}, {28.0, 1.0}, {28.0, 0.5}}) {
         MoveEffectParam param = stroke_test::QuietParam(1);
         param.size = size;
         param.hardness = hardness;
