@@ -233,6 +233,8 @@ TEST(move_effect_filter_test, the_ink_map_answers_as_the_depth_does) {
             image.height = 256;
             image.invertGray = invert;
             check(image);
+            image.width = 193;  // one pixel into a fourth word of bits per row
+            check(image);
         }
     }
     std::mt19937 random(11);
