@@ -94,16 +94,30 @@ int32_t CeilClamped(double value, int32_t limit) {
     return truncated < value ? truncated + 1 : truncated;
 }
 
-// Canvas geometry of a disc, its box clipped to the canvas. False for discs that draw nothing and
-// do not touch the dirty rectangle (non-finite input).
-bool MakeGeometry(const Disc& disc, DiscProfile& profile, int32_t width, int32_t height, DiscGeometry& g) {
+// The box of a disc, clipped to the canvas, into g's box and centre (g.r too). False for discs that
+// draw nothing and do not touch the dirty rectangle (non-finite input). A batch's discs that are drawn
+// from stamps need no more than this.
+bool MakeBox(const Disc& disc, int32_t width, int32_t height, DiscGeometry& g) {
     if (!std::isfinite(disc.x) || !std::isfinite(disc.y) || !std::isfinite(disc.diameter)) return false;
-    FillConstants(g, disc.x, disc.y, disc.diameter, profile);
+    g.r = disc.diameter / 2;  // as FillConstants has it
     g.x0 = FloorClamped(disc.x - g.r, width);
     g.x1 = CeilClamped(disc.x + g.r, width);
     g.y0 = FloorClamped(disc.y - g.r, height);
     g.y1 = CeilClamped(disc.y + g.r, height);
     return true;
+}
+
+// Canvas geometry of a disc: its box and every constant the pixel loops need.
+bool MakeGeometry(const Disc& disc, DiscProfile& profile, int32_t width, int32_t height, DiscGeometry& g) {
+    if (!MakeBox(disc, width, height, g)) return false;
+    FillConstants(g, disc.x, disc.y, disc.diameter, profile);
+    return true;
+}
+
+// A box from MakeBox completed with the constants, for a disc that is sampled.
+const DiscGeometry& WithConstants(DiscGeometry& g, const Disc& disc, DiscProfile& profile) {
+    FillConstants(g, disc.x, disc.y, disc.diameter, profile);
+    return g;
 }
 
 bool IsEmpty(const DiscGeometry& g) {
@@ -1196,7 +1210,7 @@ void StrokeRaster::FlushRange(int begin, int end) {
     int64_t discArea = 0;  // of the drawn discs' boxes, overlaps counted again
     for (int i = begin; i < end; ++i) {
         DiscGeometry& g = geometry[i];
-        drawn[i] = MakeGeometry(m_discs[i], *m_profile, m_view.width, m_view.height, g);
+        drawn[i] = MakeBox(m_discs[i], m_view.width, m_view.height, g);
         if (!drawn[i]) continue;
         any = true;
         GrowDirty(dirty, g);
@@ -1223,7 +1237,8 @@ void StrokeRaster::FlushRange(int begin, int end) {
         if (tileWidth * tileHeight > kMaxTilePixels) {
             // One huge disc: stamp it in place.
             if (drawn[begin])
-                StampDisc(SharedSurface{m_view.pixels, m_view.stride}, geometry[begin], *m_profile);
+                StampDisc(SharedSurface{m_view.pixels, m_view.stride},
+                          WithConstants(geometry[begin], m_discs[begin], *m_profile), *m_profile);
         } else {
             const int64_t tileStride = tileWidth + kTileRowSlack;
             const std::size_t area = static_cast<std::size_t>(tileStride * tileHeight);
@@ -1313,7 +1328,7 @@ void StrokeRaster::FlushRange(int begin, int end) {
                 } else if (const DiscStamp* remembered = FindRememberedStamp(m_discs[i])) {
                     ApplyStamp(tile, *remembered, m_discs[i], box[0], box[1], stampRight, box[3]);
                 } else {
-                    StampDisc(tile, geometry[i], *m_profile);
+                    StampDisc(tile, WithConstants(geometry[i], m_discs[i], *m_profile), *m_profile);
                 }
             }
             eachSpan([&](std::size_t at, uint8_t* shared, int32_t count) {
