@@ -473,13 +473,17 @@ void GrowDirty(int32_t dirty[4], const DiscGeometry& g) {
 
 // The pixel nearest the centre is the stamp's anchor; offsets from it are exact (Sterbenz), so a
 // stamp computes every squared distance bit for bit as the direct loops would for its own disc.
-// The nearest integer, ties to even, as nearbyint gives it in the default rounding mode but without
-// a library call (every disc asks): below 2^51, adding 1.5 * 2^52 rounds away exactly the fraction,
-// and the even constant keeps the ties' parity.
+// It is nearbyint (ties to even, default rounding) without a library call, as every disc asks: below
+// 2^51, adding 1.5 * 2^52 rounds away exactly the fraction, and the even constant keeps ties' parity.
 double Anchor(double v) {
     constexpr double kRound = 6755399441055744.0;                        // 1.5 * 2^52
     if (!(std::fabs(v) < 2251799813685248.0)) return std::nearbyint(v);  // 2^51 and beyond, NaN
     return (v + kRound) - kRound;
+}
+
+// The anchor pixel of a centre coordinate (discs that are drawn lie near the canvas).
+int32_t AnchorPixel(double v) {
+    return static_cast<int32_t>(Anchor(v));
 }
 
 int32_t StampHalf(double diameter) {
@@ -616,8 +620,8 @@ void MaxInto(uint8_t* dst, const uint8_t* src, int32_t n) {
 void ApplyStamp(const PlainSurface& tile, const DiscStamp& stamp, const Disc& disc, int32_t x0, int32_t y0,
                 int32_t x1, int32_t y1) {
     // Only the rows and columns that hold anything.
-    const int32_t left = static_cast<int32_t>(Anchor(disc.x)) - stamp.half;
-    const int32_t top = static_cast<int32_t>(Anchor(disc.y)) - stamp.half;
+    const int32_t left = AnchorPixel(disc.x) - stamp.half;
+    const int32_t top = AnchorPixel(disc.y) - stamp.half;
     const int32_t end = left + stamp.lastColumn + 1;
     const int32_t from = std::max(left + stamp.firstColumn, x0);
     const int32_t to = std::min(end, x1);
@@ -647,11 +651,6 @@ void ApplyStamp(const PlainSurface& tile, const DiscStamp& stamp, const Disc& di
 #endif
     for (int32_t j = 0; j < rows; ++j, dst += tile.stride, src += stamp.stride)
         MaxInto(dst, src, count);
-}
-
-// The anchor pixel of a centre coordinate (discs that are drawn lie near the canvas).
-int32_t AnchorPixel(double v) {
-    return static_cast<int32_t>(Anchor(v));
 }
 
 // Runs shorter than this are stamped disc by disc: the maxima would cost more than they save.
