@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench/BenchCases.h"
 #include "engine/MoveEffectFilter.h"
 #include "engine/PathTask.h"
 #include "engine/StrokeRaster.h"
@@ -27,61 +28,22 @@
 
 namespace {
 
-constexpr int32_t kWidth = 6071;
-constexpr int32_t kHeight = 8598;
+using bench::kPageHeight;
+using bench::kPageWidth;
 
-MoveEffectParam DenseParam(double hardness) {
-    MoveEffectParam p{};
-    p.type = 1;
-    p.curvature = 1.0;
-    p.size = 20;
-    p.hardness = hardness;
-    p.in = 0.5;
-    p.out = 0.5;
-    p.length = 10;
-    p.spacing = 5;
-    p.connect = true;
-    return p;
-}
-
-// The default points of the parallel arrangement: lines from p1 towards p2, stacked towards p3.
+// The parallel arrangement's default points: lines from p1 towards p2, stacked towards p3.
 PointTarget DenseTarget() {
-    auto x = [](double f) { return static_cast<int32_t>(kWidth * f); };
-    auto y = [](double f) { return static_cast<int32_t>(kHeight * f); };
-    return PointTarget{x(0.25), y(0.875), x(0.25), y(0.125), x(0.75), y(0.875)};
+    return bench::DefaultTarget(1, kPageWidth, kPageHeight);
 }
 
-// A fully inked 8-bit grey + alpha page, made once.
-struct Page {
-    std::vector<uint8_t> layer = std::vector<uint8_t>(static_cast<std::size_t>(kWidth) * kHeight * 2);
-    uint8_t offsets[2] = {0, 1};
-    Page() {
-        for (std::size_t i = 0; i < layer.size(); i += 2) {
-            layer[i] = 0;
-            layer[i + 1] = 255;
-        }
-    }
-    MoveEffectImageParam Image() {
-        MoveEffectImageParam image{};
-        image.colorModel = 1;
-        image.channelOffsets = offsets;
-        image.channelCount = 2;
-        image.width = kWidth;
-        image.height = kHeight;
-        image.rowBytes = kWidth * 2;
-        image.pixels = layer.data();
-        return image;
-    }
-};
-
-Page& GetPage() {
-    static Page page;
+bench::InkedLayer& GetPage() {
+    static bench::InkedLayer page(kPageWidth, kPageHeight);
     return page;
 }
 
 // Each stroke's discs, in order along it.
 std::vector<std::vector<Disc>> PlaceDenseStrokes() {
-    const MoveEffectParam param = DenseParam(1);
+    const MoveEffectParam param = bench::DenseParallelParam(1);
     MoveEffectFilter filter(param, 1);
     PathParser guide;
     guide.CreateLine();
@@ -207,13 +169,13 @@ void BM_CairoDense(benchmark::State& state) {
         outlines.push_back(MakeOutline(stroke));
         vertices += outlines.back().size();
     }
-    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_A8, kWidth, kHeight);
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_A8, kPageWidth, kPageHeight);
     cairo_t* cr = cairo_create(surface);
     cairo_set_source_rgba(cr, 0, 0, 0, 1);
     for (auto _ : state) {
         cairo_surface_flush(surface);
         std::memset(cairo_image_surface_get_data(surface), 0,
-                    static_cast<std::size_t>(cairo_image_surface_get_stride(surface)) * kHeight);
+                    static_cast<std::size_t>(cairo_image_surface_get_stride(surface)) * kPageHeight);
         cairo_surface_mark_dirty(surface);
         for (const auto& outline : outlines) {
             if (outline.size() < 3) continue;
@@ -236,7 +198,7 @@ void BM_CairoDense(benchmark::State& state) {
 enum class Mode { kSingle, kPooled };
 
 void BM_BrivaneDense(benchmark::State& state, Mode mode) {
-    const MoveEffectParam param = DenseParam(static_cast<double>(state.range(0)) / 100);
+    const MoveEffectParam param = bench::DenseParallelParam(static_cast<double>(state.range(0)) / 100);
     const MoveEffectImageParam image = GetPage().Image();
     PathParser guide;
     guide.CreateLine();

@@ -28,6 +28,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "bench/BenchCases.h"
 #include "bridge/PlatformBridge.h"
 #include "engine/MoveEffectFilter.h"
 #include "engine/StrokeRaster.h"
@@ -35,39 +36,16 @@
 
 namespace {
 
-constexpr int32_t kPageWidth = 6071;
-constexpr int32_t kPageHeight = 8598;
+using bench::DefaultParam;
+using bench::DefaultTarget;
+using bench::kPageHeight;
+using bench::kPageWidth;
 constexpr int32_t kSquare = 4096;
 
-// A fully inked 8-bit grey + alpha layer and an RGBA destination of the same size, made once.
-struct Page {
-    int32_t width;
-    int32_t height;
-    std::vector<uint8_t> layer;
+// A fully inked page and an RGBA destination of the same size, made once.
+struct Page : bench::InkedLayer {
     std::vector<uint8_t> dest;
-    uint8_t offsets[2] = {0, 1};
-
-    Page(int32_t w, int32_t h)
-        : width(w),
-          height(h),
-          layer(static_cast<std::size_t>(w) * h * 2),
-          dest(static_cast<std::size_t>(w) * h * 4) {
-        for (std::size_t i = 0; i < layer.size(); i += 2) {
-            layer[i] = 0;        // black
-            layer[i + 1] = 255;  // opaque
-        }
-    }
-    MoveEffectImageParam Image() {
-        MoveEffectImageParam image{};
-        image.colorModel = 1;
-        image.channelOffsets = offsets;
-        image.channelCount = 2;
-        image.width = static_cast<uint32_t>(width);
-        image.height = static_cast<uint32_t>(height);
-        image.rowBytes = static_cast<uint32_t>(width) * 2;
-        image.pixels = layer.data();
-        return image;
-    }
+    Page(int32_t w, int32_t h) : InkedLayer(w, h), dest(static_cast<std::size_t>(w) * h * 4) {}
 };
 
 // The B4 page or the square one; each is made on first use.
@@ -78,32 +56,6 @@ Page& GetPage(int32_t width, int32_t height) {
     }
     static Page square(kSquare, kSquare);
     return square;
-}
-
-// The default preset, with `in` and `out` as the controller hands them over (thousandths -> fraction).
-MoveEffectParam DefaultParam(int32_t type) {
-    MoveEffectParam p{};
-    p.type = type;
-    p.curvature = 1.0;
-    p.size = 2.0;
-    p.hardness = 1.0;
-    p.in = 0.5;
-    p.out = 0.5;
-    p.length = 10;
-    p.spacing = 50;
-    p.connect = true;
-    return p;
-}
-
-// The default target points of an arrangement, as fractions of the canvas, truncated to pixels.
-PointTarget DefaultTarget(int32_t type, int32_t width, int32_t height) {
-    static const double kPoints[3][6] = {{0.5, 0.5, 0.5, 0.325, 0.5, 0.125},
-                                         {0.25, 0.875, 0.25, 0.125, 0.75, 0.875},
-                                         {0.25, 0.5, 0.75, 0.5, 0.5, 0.25}};
-    const double* p = kPoints[type];
-    auto x = [width](double f) { return static_cast<int32_t>(width * f); };
-    auto y = [height](double f) { return static_cast<int32_t>(height * f); };
-    return PointTarget{x(p[0]), y(p[1]), x(p[2]), y(p[3]), x(p[4]), y(p[5])};
 }
 
 // kFresh: pooled, the first render of a run (no buffer from a render before).
@@ -154,11 +106,8 @@ void BM_Radiate(benchmark::State& state, Mode mode) {
 }
 
 void BM_ParallelDense(benchmark::State& state, Mode mode) {
-    MoveEffectParam param = DefaultParam(1);
-    param.size = 20;
-    param.spacing = 5;
-    param.hardness = static_cast<double>(state.range(0)) / 100;
-    Render(state, param, kPageWidth, kPageHeight, mode);
+    Render(state, bench::DenseParallelParam(static_cast<double>(state.range(0)) / 100), kPageWidth,
+           kPageHeight, mode);
 }
 
 void BM_CircleRings(benchmark::State& state, Mode mode) {
@@ -168,11 +117,7 @@ void BM_CircleRings(benchmark::State& state, Mode mode) {
 }
 
 void BM_CancelFirst(benchmark::State& state) {
-    MoveEffectParam param = DefaultParam(1);
-    param.size = 20;
-    param.spacing = 5;
-    param.hardness = 0.5;
-    Render(state, param, kPageWidth, kPageHeight, Mode::kPooled, true);
+    Render(state, bench::DenseParallelParam(0.5), kPageWidth, kPageHeight, Mode::kPooled, true);
 }
 
 // The honest floor: zeroing a coverage buffer and writing every RGBA destination pixel from it once,
